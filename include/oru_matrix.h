@@ -1,0 +1,61 @@
+/* Numeric containers and linear algebra: tensors, matrices, element-wise kernels,
+ * products, solvers, decompositions, random numbers and MD5. */
+#ifndef ORU_MATRIX_H
+#define ORU_MATRIX_H
+
+#include "oru_core.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ==== Tensor container and file format ==== */
+
+#define ORU_TENSOR_KIND 16u
+
+/* Channel layouts of a tensor. */
+#define ORU_LAYOUT_CHW 0u
+#define ORU_LAYOUT_NHWC 2u
+#define ORU_LAYOUT_HWG 3u
+#define ORU_LAYOUT_NDHWC4 4u
+
+typedef struct oru_tensor {
+  uint32_t kind;          /* always 16 */
+  uint32_t type;          /* element type code */
+  void *data;
+  int32_t dims[5];        /* dims[0] fastest: W, H, C, N */
+  uint32_t pitches[4];    /* bytes between neighbours along dims[k + 1] */
+  int32_t ndims;
+  uint32_t owns_data;
+  uint32_t element_bytes;
+  int64_t total_bytes;
+  int64_t total_elements;
+  uint32_t channel_layout;
+} oru_tensor;
+
+/* ==== Matrix container, file format and export ==== */
+
+typedef struct oru_matrix {
+  uint32_t kind;          /* 4 general, 5 row, 6 column, 7 single element, 8 image */
+  uint32_t type;          /* element type code */
+  void *data;
+  void *plane1;           /* images only */
+  void *plane2;           /* images only */
+  int32_t rows;
+  int32_t cols;
+  int32_t depth;
+  int64_t stride;         /* bytes from one row to the next */
+  int64_t stride1;        /* images only */
+  int64_t stride2;        /* images only */
+  uint32_t owns_data;
+  uint32_t reserved_one;  /* always 1 */
+  uint32_t channel_bytes;
+  int32_t channels;
+  uint32_t format;        /* 15 for a plain matrix */
+} oru_matrix;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ORU_MATRIX_H */
