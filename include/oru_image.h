@@ -8,6 +8,30 @@
 extern "C" {
 #endif
 
+/* ==== Image container and BMP codec ==== */
+
+/* ---- end of Image container and BMP codec ---- */
+
+/* ==== Colour-space conversion ==== */
+
+/* ---- end of Colour-space conversion ---- */
+
+/* ==== Resizers ==== */
+
+/* ---- end of Resizers ---- */
+
+/* ==== Rotation, crop, flip and transposition ==== */
+
+/* ---- end of Rotation, crop, flip and transposition ---- */
+
+/* ==== Warp and homography ==== */
+
+/* ---- end of Warp and homography ---- */
+
+/* ==== Control-point map deformation ==== */
+
+/* ---- end of Control-point map deformation ---- */
+
 #ifdef __cplusplus
 }
 #endif

@@ -54,6 +54,54 @@ typedef struct oru_matrix {
   uint32_t format;        /* 15 for a plain matrix */
 } oru_matrix;
 
+/* ==== Tensor functions ==== */
+
+/* ---- end of Tensor functions ---- */
+
+/* ==== Matrix functions ==== */
+
+/* ---- end of Matrix functions ---- */
+
+/* ==== Element-wise kernels and type conversion ==== */
+
+/* ---- end of Element-wise kernels and type conversion ---- */
+
+/* ==== Matrix-vector, row-vector, transposition ==== */
+
+/* ---- end of Matrix-vector, row-vector, transposition ---- */
+
+/* ==== General matrix multiply ==== */
+
+/* ---- end of General matrix multiply ---- */
+
+/* ==== Small matrix multiply ==== */
+
+/* ---- end of Small matrix multiply ---- */
+
+/* ==== Linear equation solving ==== */
+
+/* ---- end of Linear equation solving ---- */
+
+/* ==== Jacobi SVD ==== */
+
+/* ---- end of Jacobi SVD ---- */
+
+/* ==== Symmetric eigen decomposition ==== */
+
+/* ---- end of Symmetric eigen decomposition ---- */
+
+/* ==== Random numbers ==== */
+
+/* ---- end of Random numbers ---- */
+
+/* ==== Polynomial roots ==== */
+
+/* ---- end of Polynomial roots ---- */
+
+/* ==== MD5 ==== */
+
+/* ---- end of MD5 ---- */
+
 #ifdef __cplusplus
 }
 #endif

@@ -8,6 +8,14 @@
 extern "C" {
 #endif
 
+/* ==== PnP pose solvers ==== */
+
+/* ---- end of PnP pose solvers ---- */
+
+/* ==== Levenberg-Marquardt optimiser, Rodrigues, projection ==== */
+
+/* ---- end of Levenberg-Marquardt optimiser, Rodrigues, projection ---- */
+
 #ifdef __cplusplus
 }
 #endif

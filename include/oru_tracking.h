@@ -8,6 +8,22 @@
 extern "C" {
 #endif
 
+/* ==== Kalman filter ==== */
+
+/* ---- end of Kalman filter ---- */
+
+/* ==== Linear sum assignment ==== */
+
+/* ---- end of Linear sum assignment ---- */
+
+/* ==== SORT tracker ==== */
+
+/* ---- end of SORT tracker ---- */
+
+/* ==== Smoothing filters ==== */
+
+/* ---- end of Smoothing filters ---- */
+
 #ifdef __cplusplus
 }
 #endif
