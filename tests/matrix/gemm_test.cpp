@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "gemm_test_util.h"
@@ -214,8 +215,8 @@ void check_records_all_transpositions(int m, int n, int k) {
   uint32_t seed = 77;
   for (int ta = 0; ta < 2; ++ta)
     for (int tb = 0; tb < 2; ++tb)
-      for (double alpha : {1.0, -2.0})
-        for (double beta : {0.0, 1.0, 2.0}) {
+      for (const auto &ab : {std::pair<double, double>{1.0, 0.0}, {-2.0, 1.0}, {0.5, 2.0}}) {
+          const double alpha = ab.first, beta = ab.second;
           const int ar = ta ? k : m, ac = ta ? m : k, br = tb ? n : k, bc = tb ? k : n;
           const auto a = oru_test::random_values<T>(size_t(ar) * ac, -1, 1, seed++);
           const auto b = oru_test::random_values<T>(size_t(br) * bc, -1, 1, seed++);
