@@ -217,6 +217,21 @@ ORU_API void array2d_inplace_trans_real64(double *x, int32_t n, int32_t stride);
 
 /* ==== MD5 ==== */
 
+typedef struct oru_hash_md5_context {
+  uint32_t length;    /* message bytes so far; messages stay below 2^32 bytes */
+  uint32_t state[4];
+  uint32_t fill;      /* bytes waiting in block */
+  uint8_t block[64];
+} oru_hash_md5_context;
+
+ORU_API oru_hash_md5_context *oru_create_hash_md5_context(void);
+ORU_API uint32_t oru_hash_md5_update(oru_hash_md5_context *context, const void *data, int32_t size);
+/* Writes 16 bytes; the context is spent afterwards. */
+ORU_API uint32_t oru_hash_md5_final(oru_hash_md5_context *context, uint8_t *digest);
+ORU_API uint32_t oru_release_hash_md5_context(oru_hash_md5_context **context);
+/* One-shot digest; the low 32 bits of size count. */
+ORU_API uint32_t oru_hash_md5_sum(uint8_t *digest, const void *data, int64_t size);
+
 /* ---- end of MD5 ---- */
 
 #ifdef __cplusplus
