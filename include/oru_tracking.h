@@ -136,6 +136,8 @@ ORU_API uint32_t oru_sort_update_detection_v2(const float *detections, const int
                                               int32_t detection_count, const uint8_t *payloads,
                                               oru_sort_handle *handle);
 ORU_API oru_track_info *oru_sort_get_track_info(const oru_sort_handle *handle);
+/* The whole step for one frame. With no tracks yet, or no detections, every detection
+ * counts as unmatched, so this call also starts the first tracks. */
 ORU_API oru_track_info *oru_sort_update(const float *detections, int32_t detection_count, oru_sort_handle *handle);
 ORU_API int64_t oru_sort_get_frame_count(const oru_sort_handle *handle);
 

@@ -12,6 +12,11 @@ oru_track_info *oru_create_track_info(int32_t count, int64_t payload_bytes);
 
 namespace oru {
 
+// Box (x0, y0, x1, y1) to the measured part of a track's state (cx, cy, area, aspect),
+// sizes clamped at 1e-7; and the first four state entries back to a box.
+void box_to_measurement(const float *box, float *z);
+void state_to_box(const float *x, float *box);
+
 // One relaxation step of the shortest augmenting path, over all columns in storage order.
 // Columns already on the path carry v = -infinity and shortest = +infinity, so they are
 // neither relaxed nor chosen. For each column: r = min_val + crow[j] - u_row - v[j]; a
