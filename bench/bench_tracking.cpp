@@ -67,7 +67,9 @@ void BM_SortUpdate50(benchmark::State &state) {
   }
   auto fill = [&](int f) {
     for (int k = 0; k < 50; ++k) {
-      const float cx = x[k] + vx[k] * float(f % 200), cy = y[k] + vy[k] * float(f % 200);
+      // Back and forth along the path, so that no object ever jumps.
+      const int t = f % 400 < 200 ? f % 400 : 400 - f % 400;
+      const float cx = x[k] + vx[k] * float(t), cy = y[k] + vy[k] * float(t);
       float *d = &dets[5 * k];
       d[0] = cx - 10;
       d[1] = cy - 20;

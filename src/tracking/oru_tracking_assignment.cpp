@@ -76,10 +76,16 @@ void load_costs(const oru_matrix *cost, bool transpose, bool maximize, double *c
     }
   }
   const int64_t total = int64_t(nr) * nc;
-  double m = FLT_MAX;
-  for (int64_t k = 0; k < total; ++k)
-    if (c[k] < m) m = c[k];
-  for (int64_t k = 0; k < total; ++k) c[k] -= m;
+  // Four running minima so the search isn't one long chain of dependent comparisons;
+  // NaN never wins a comparison, in any of them.
+  double m4[4] = {FLT_MAX, FLT_MAX, FLT_MAX, FLT_MAX};
+  int64_t k = 0;
+  for (; k + 4 <= total; k += 4)
+    for (int l = 0; l < 4; ++l) m4[l] = c[k + l] < m4[l] ? c[k + l] : m4[l];
+  for (; k < total; ++k) m4[0] = c[k] < m4[0] ? c[k] : m4[0];
+  double m = m4[0];
+  for (int l = 1; l < 4; ++l) m = m4[l] < m ? m4[l] : m;
+  for (k = 0; k < total; ++k) c[k] -= m;
 }
 
 // Finds the augmenting path from row cur and applies it. False when some row reached

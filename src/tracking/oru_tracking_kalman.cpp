@@ -27,6 +27,10 @@ void release_matrices(oru_kalman_filter *k) {
 // the caller's measurement may have padded rows.
 void copy_matrix(oru_matrix *dst, const oru_matrix *src) {
   const size_t row_bytes = size_t(src->cols) * oru_data_type_bytes[src->type & 31u];
+  if (int64_t(row_bytes) == src->stride && src->stride == dst->stride) {
+    std::memcpy(dst->data, src->data, row_bytes * size_t(src->rows));
+    return;
+  }
   for (int32_t r = 0; r < src->rows; ++r)
     std::memcpy(static_cast<uint8_t *>(dst->data) + dst->stride * r,
                 static_cast<const uint8_t *>(src->data) + src->stride * r, row_bytes);
