@@ -92,9 +92,29 @@ typedef struct oru_matrix {
 
 /* ==== Random numbers ==== */
 
+/* One process-wide MT19937 stream, unlocked: seeding restarts it for every user. */
+ORU_API void oru_rand_init(uint32_t seed);
+ORU_API uint32_t oru_randi(void);
+/* mean + std * z with z a standard normal deviate (Marsaglia polar method). */
+ORU_API double oru_get_one_randn(double mean, double std);
+/* Fills all elements of an aif32/aif64 matrix; mean and std point at values of its type. */
+ORU_API uint32_t oru_random_norm(oru_matrix *m, const void *mean, const void *std);
+/* A permutation of 0..n-1 that depends on n only; reseeds the stream with 100. */
+ORU_API uint32_t oru_randperm(int32_t *out, int32_t n);
+
 /* ---- end of Random numbers ---- */
 
 /* ==== Polynomial roots ==== */
+
+/* Tolerance of the closed forms below. */
+ORU_API extern const double eps;
+/* Monic polynomials; the result is the number of real roots, the rest of x holds
+ * complex roots as (real, imaginary) pairs, each standing for a conjugate pair. */
+ORU_API int32_t oru_solve_p2(double *x, double a, double b);
+ORU_API int32_t oru_solve_p3(double *x, double a, double b, double c);
+ORU_API int32_t oru_solve_p4(double *x, double a, double b, double c, double d);
+/* factors[0] t^4 + ... + factors[4] = 0; four candidates, complex roots as their real parts. */
+ORU_API void oru_solve_quartic(const double *factors, double *roots);
 
 /* ---- end of Polynomial roots ---- */
 
