@@ -84,9 +84,28 @@ typedef struct oru_matrix {
 
 /* ==== Jacobi SVD ==== */
 
+/* Kernels on the transposed layout: at holds n rows of m values (m >= n), steps in bytes.
+ * On return the rows of at are the left vectors, w the values in falling order and the
+ * rows of vt (if not null) the right vectors; rows n..n1-1 of at complete an orthonormal
+ * set. With vt present the process-wide random stream is reseeded. */
+ORU_API void jacobi_svd_dec_real64(double *at, int32_t astep, double *w, double *vt, int32_t vstep, int32_t m,
+                                   int32_t n, int32_t n1, double minval, double eps);
+ORU_API void jacobi_svd_dec_real32(float *at, int32_t astep, float *w, float *vt, int32_t vstep, int32_t m,
+                                   int32_t n, int32_t n1, double minval, float eps);
+/* a (aif32 or aif64) = sum of w[i] * u_i * v_i^T; u and v (either may be null) receive
+ * packed rows, one vector per row; flags bit 0 asks for the full left basis. */
+ORU_API uint32_t oru_small_matrix_svd(oru_matrix *u, oru_matrix *v, oru_matrix *w, const oru_matrix *a,
+                                      uint32_t flags);
+
 /* ---- end of Jacobi SVD ---- */
 
 /* ==== Symmetric eigen decomposition ==== */
+
+/* Jacobi rotations on the upper triangle of a; w gets the eigenvalues (aif32 falling,
+ * aif64 rising), row i of v (may be null) the vector of w[i]. keep_input 1 leaves a intact. */
+ORU_API uint32_t oru_small_symmetrical_matrix_eig(oru_matrix *w, oru_matrix *v, oru_matrix *a, uint32_t keep_input);
+/* Not provided: always ORU_RET_ERR_NOT_SUPPORT. */
+ORU_API uint32_t oru_symmetrical_matrix_eig(oru_matrix *w, oru_matrix *v, oru_matrix *a, uint32_t keep_input);
 
 /* ---- end of Symmetric eigen decomposition ---- */
 
