@@ -165,6 +165,26 @@ ORU_API void oru_fast_expl(double *x, int32_t n);
 
 /* ==== Matrix-vector, row-vector, transposition ==== */
 
+/* out: one value of the matrices' float type; the whole storage takes part. */
+ORU_API uint32_t oru_dot(void *out, const oru_matrix *a, const oru_matrix *b);
+/* dst[i][j] = src[i][j] op vec[j]; dst may be src. */
+ORU_API uint32_t oru_matrix_add_row_vector(oru_matrix *dst, const oru_matrix *src, const oru_matrix *vec);
+ORU_API uint32_t oru_matrix_sub_row_vector(oru_matrix *dst, const oru_matrix *src, const oru_matrix *vec);
+ORU_API uint32_t oru_matrix_mul_row_vector(oru_matrix *dst, const oru_matrix *src, const oru_matrix *vec);
+ORU_API uint32_t oru_matrix_div_row_vector(oru_matrix *dst, const oru_matrix *src, const oru_matrix *vec);
+/* dst = m * vec, or transpose(m) * vec when transposed isn't 0. */
+ORU_API uint32_t oru_matrix_mul_vector(oru_matrix *dst, const oru_matrix *m, int32_t transposed, const oru_matrix *vec);
+/* dst[i][j] = a[i] * b[j] for a column a and a row b. */
+ORU_API uint32_t oru_two_vector_outproduct(oru_matrix *dst, const oru_matrix *a, const oru_matrix *b);
+ORU_API uint32_t oru_matrix_transposition(oru_matrix *dst, const oru_matrix *src);
+/* Strides in elements. */
+ORU_API void array2d_transposition_real32(const float *src, int32_t rows, int32_t cols, int32_t src_stride,
+                                          int32_t dst_stride, float *dst);
+ORU_API void array2d_transposition_real64(const double *src, int32_t rows, int32_t cols, int32_t src_stride,
+                                          int32_t dst_stride, double *dst);
+ORU_API void array2d_inplace_trans_real32(float *x, int32_t n, int32_t stride);
+ORU_API void array2d_inplace_trans_real64(double *x, int32_t n, int32_t stride);
+
 /* ---- end of Matrix-vector, row-vector, transposition ---- */
 
 /* ==== General matrix multiply ==== */
