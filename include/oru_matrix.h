@@ -301,6 +301,11 @@ ORU_API void jacobi_svd_dec_real32(float *at, int32_t astep, float *w, float *vt
  * packed rows, one vector per row; flags bit 0 asks for the full left basis. */
 ORU_API uint32_t oru_small_matrix_svd(oru_matrix *u, oru_matrix *v, oru_matrix *w, const oru_matrix *a,
                                       uint32_t flags);
+/* x = V diag(1/w) U^T b with negligible values dropped (minimum-norm for rank-deficient
+ * systems); flags bit 1: u holds the left vectors in rows, bit 2: v holds the right vectors
+ * in rows. b with null data gives the pseudo-inverse. */
+ORU_API uint32_t oru_solve_linear_equation_by_svd(oru_matrix *x, const oru_matrix *b, const oru_matrix *u,
+                                                  const oru_matrix *w, const oru_matrix *v, uint32_t flags);
 
 /* ---- end of Jacobi SVD ---- */
 

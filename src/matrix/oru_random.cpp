@@ -15,6 +15,18 @@ constexpr int kLag = 397;
 // Process-wide by design: every draw in the library comes from this one stream.
 uint64_t rnd_mt[kStateWords];
 uint32_t rnd_mti = kStateWords + 1;  // 625: nothing seeded yet
+// 626: a seed is waiting in pending_seed. Filling the state costs more than a small
+// decomposition, and the decompositions reseed on every call, so the fill waits for a draw.
+constexpr uint32_t kSeedPending = kStateWords + 2;
+uint32_t pending_seed = 0;
+
+void fill_state(uint32_t seed) {
+  rnd_mt[0] = seed;
+  for (int i = 1; i < kStateWords; ++i) {
+    uint32_t prev = uint32_t(rnd_mt[i - 1]);
+    rnd_mt[i] = uint32_t(1812433253u * (prev ^ (prev >> 30)) + uint32_t(i));
+  }
+}
 bool spare_ready = false;
 double spare_value = 0.0;
 
@@ -66,17 +78,14 @@ void fill_normal(T *data, int64_t count, double mean, double std) {
 extern "C" {
 
 ORU_API void oru_rand_init(uint32_t seed) {
-  rnd_mt[0] = seed;
-  for (int i = 1; i < kStateWords; ++i) {
-    uint32_t prev = uint32_t(rnd_mt[i - 1]);
-    rnd_mt[i] = uint32_t(1812433253u * (prev ^ (prev >> 30)) + uint32_t(i));
-  }
-  rnd_mti = kStateWords;
+  pending_seed = seed;
+  rnd_mti = kSeedPending;
 }
 
 ORU_API uint32_t oru_randi(void) {
   if (rnd_mti >= uint32_t(kStateWords)) {
-    if (rnd_mti == uint32_t(kStateWords) + 1) oru_rand_init(5489u);
+    if (rnd_mti == uint32_t(kStateWords) + 1) fill_state(5489u);
+    if (rnd_mti == kSeedPending) fill_state(pending_seed);
     regenerate();
   }
   uint32_t y = uint32_t(rnd_mt[rnd_mti++]);
