@@ -155,6 +155,37 @@ TEST(Pnp, LinearEstimatePrintsTwoTraceLinesAndLimitsPoints) {
   EXPECT_NE(out.find("points number is too big!"), std::string::npos);
 }
 
+TEST(Pnp, LinearEstimateHandlesAnglesNearZeroAndPi) {
+  // There the antisymmetric part of R vanishes and the axis must come from elsewhere.
+  std::mt19937 gen(23);
+  std::uniform_real_distribution<double> d(-1.0, 1.0);
+  const double cam[9] = {800, 0, 320, 0, 780, 240, 0, 0, 1};
+  const double axis_raw[3] = {0.3, -0.8, 0.52};
+  const double an = std::sqrt(0.09 + 0.64 + 0.2704);
+  for (double angle : {0.0, 1e-7, M_PI - 1e-7, M_PI}) {
+    double r[3], R[9];
+    for (int k = 0; k < 3; ++k) r[k] = axis_raw[k] / an * angle;
+    to_matrix(r, R);
+    const double t[3] = {0.2, -0.1, 6.0};
+    std::vector<double> obj, img;
+    for (int i = 0; i < 10; ++i) {
+      double X[3] = {d(gen), d(gen), d(gen)}, pc[3];
+      for (int k = 0; k < 3; ++k) pc[k] = R[3 * k] * X[0] + R[3 * k + 1] * X[1] + R[3 * k + 2] * X[2] + t[k];
+      obj.insert(obj.end(), X, X + 3);
+      img.push_back(cam[0] * pc[0] / pc[2] + cam[2]);
+      img.push_back(cam[4] * pc[1] / pc[2] + cam[5]);
+    }
+    oru_matrix om = view(obj.data(), 10, 3), im = view(img.data(), 10, 2);
+    double params[6], Rdlt[9];
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(oru_solve_pnp_dlt(params, &om, &im, nullptr, cam), 0u);
+    testing::internal::GetCapturedStdout();
+    to_matrix(params, Rdlt);
+    EXPECT_LT(rotation_error(Rdlt, R), 1e-6) << "angle " << angle;
+    for (int k = 0; k < 3; ++k) EXPECT_NEAR(params[3 + k], t[k], 1e-6);
+  }
+}
+
 TEST(Pnp, BadAndDegenerateInputsGiveAStatus) {
   const Scene s = load_scenes()[0];
   std::vector<double> obj = s.obj, img = s.img, R(9), t(4), cam(s.cam, s.cam + 9);
