@@ -210,6 +210,8 @@ ORU_API void jacobi_svd_dec_real32(float *at, int32_t astep, float *w, float *vt
 
 ORU_API uint32_t oru_small_matrix_svd(oru_matrix *u, oru_matrix *v, oru_matrix *w, const oru_matrix *a,
                                       uint32_t flags) {
+  // Both are required; refuse quietly rather than dereference nothing.
+  if (!a || !a->data || !w || !w->data) return ORU_RET_ERR_PARA;
   if ((a->type & 7u) == aif32) return small_svd<float>(u, v, w, a, flags);
   return small_svd<double>(u, v, w, a, flags);
 }
