@@ -270,6 +270,12 @@ TEST(Ap3p, OneOfTheSolutionsIsTheTruePose) {
   float p[9] = {0}, q[6] = {0}, c[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
   EXPECT_EQ(oru_solve_ap3p(R, t, nullptr, q, c, nullptr, &count), 1u);
   EXPECT_EQ(oru_solve_ap3p(R, t, p, q, c, nullptr, nullptr), 1u);
+  // Collinear points leave the problem without a unique answer; the call still ends.
+  float line[9] = {0, 0, 5, 1, 1, 6, 2, 2, 7}, pix[6] = {320, 240, 400, 300, 450, 340};
+  float cam[9] = {800, 0, 320, 0, 780, 240, 0, 0, 1};
+  count = 99;
+  EXPECT_EQ(oru_solve_ap3p(R, t, line, pix, cam, nullptr, &count), 0u);
+  EXPECT_LE(count, 4u);
 }
 
 }  // namespace
