@@ -76,7 +76,7 @@ TEST(SvdSolve, WithoutRightHandSideGivesThePseudoInverse) {
   bm.data = nullptr;
   ASSERT_EQ(oru_small_matrix_svd(&um, &vm, &wm, &am, 0), 0u);
   ASSERT_EQ(oru_solve_linear_equation_by_svd(&xm, &bm, &um, &wm, &vm, 6), 0u);
-  auto mul = [n](const std::vector<double> &l, const std::vector<double> &r) {
+  auto mul = [](const std::vector<double> &l, const std::vector<double> &r) {
     std::vector<double> o(n * n, 0.0);
     for (int i = 0; i < n; ++i)
       for (int j = 0; j < n; ++j)
