@@ -311,17 +311,61 @@ ORU_API uint32_t oru_solve_linear_equation(oru_matrix *x, oru_matrix *a, const o
 
 /* ==== Jacobi SVD ==== */
 
+/* Kernels on the transposed layout: at holds n rows of m values (m >= n), steps in bytes.
+ * On return the rows of at are the left vectors, w the values in falling order and the
+ * rows of vt (if not null) the right vectors; rows n..n1-1 of at complete an orthonormal
+ * set. With vt present the process-wide random stream is reseeded. */
+ORU_API void jacobi_svd_dec_real64(double *at, int32_t astep, double *w, double *vt, int32_t vstep, int32_t m,
+                                   int32_t n, int32_t n1, double minval, double eps);
+ORU_API void jacobi_svd_dec_real32(float *at, int32_t astep, float *w, float *vt, int32_t vstep, int32_t m,
+                                   int32_t n, int32_t n1, double minval, float eps);
+/* a (aif32 or aif64) = sum of w[i] * u_i * v_i^T; u and v (either may be null) receive
+ * packed rows, one vector per row; flags bit 0 asks for the full left basis. */
+ORU_API uint32_t oru_small_matrix_svd(oru_matrix *u, oru_matrix *v, oru_matrix *w, const oru_matrix *a,
+                                      uint32_t flags);
+/* x = V diag(1/w) U^T b with negligible values dropped (minimum-norm for rank-deficient
+ * systems); flags bit 1: u holds the left vectors in rows, bit 2: v holds the right vectors
+ * in rows. b with null data gives the pseudo-inverse. */
+ORU_API uint32_t oru_solve_linear_equation_by_svd(oru_matrix *x, const oru_matrix *b, const oru_matrix *u,
+                                                  const oru_matrix *w, const oru_matrix *v, uint32_t flags);
+
 /* ---- end of Jacobi SVD ---- */
 
 /* ==== Symmetric eigen decomposition ==== */
+
+/* Jacobi rotations on the upper triangle of a; w gets the eigenvalues (aif32 falling,
+ * aif64 rising), row i of v (may be null) the vector of w[i]. keep_input 1 leaves a intact. */
+ORU_API uint32_t oru_small_symmetrical_matrix_eig(oru_matrix *w, oru_matrix *v, oru_matrix *a, uint32_t keep_input);
+/* Not provided: always ORU_RET_ERR_NOT_SUPPORT. */
+ORU_API uint32_t oru_symmetrical_matrix_eig(oru_matrix *w, oru_matrix *v, oru_matrix *a, uint32_t keep_input);
 
 /* ---- end of Symmetric eigen decomposition ---- */
 
 /* ==== Random numbers ==== */
 
+/* One process-wide MT19937 stream, unlocked: seeding restarts it for every user. */
+ORU_API void oru_rand_init(uint32_t seed);
+ORU_API uint32_t oru_randi(void);
+/* mean + std * z with z a standard normal deviate (Marsaglia polar method). */
+ORU_API double oru_get_one_randn(double mean, double std);
+/* Fills all elements of an aif32/aif64 matrix; mean and std point at values of its type. */
+ORU_API uint32_t oru_random_norm(oru_matrix *m, const void *mean, const void *std);
+/* A permutation of 0..n-1 that depends on n only; reseeds the stream with 100. */
+ORU_API uint32_t oru_randperm(int32_t *out, int32_t n);
+
 /* ---- end of Random numbers ---- */
 
 /* ==== Polynomial roots ==== */
+
+/* Tolerance of the closed forms below. */
+ORU_API extern const double eps;
+/* Monic polynomials; the result is the number of real roots, the rest of x holds
+ * complex roots as (real, imaginary) pairs, each standing for a conjugate pair. */
+ORU_API int32_t oru_solve_p2(double *x, double a, double b);
+ORU_API int32_t oru_solve_p3(double *x, double a, double b, double c);
+ORU_API int32_t oru_solve_p4(double *x, double a, double b, double c, double d);
+/* factors[0] t^4 + ... + factors[4] = 0; four candidates, complex roots as their real parts. */
+ORU_API void oru_solve_quartic(const double *factors, double *roots);
 
 /* ---- end of Polynomial roots ---- */
 
