@@ -1,6 +1,8 @@
-// The BMP reader and writer. The reader holds the whole file in one buffer and checks
-// every offset against its length before it touches the bytes: a hostile header
-// can only make it refuse, never read past the buffer or allocate what it claims.
+// The BMP reader and writer. The reader takes the headers and colour table into a small
+// buffer, checks that the rows the header claims are in the file, and only then makes
+// the image and streams the rows into it: a hostile header can only make it refuse,
+// never read past a buffer or allocate what it claims. Streaming the rows rather than
+// holding the whole file halves the memory touched on large frames.
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -84,31 +86,39 @@ void parse_header(BmpHeader &h, const Bytes &f) {
   }
 }
 
-// Decodes the rows of a 24-bit or uncompressed 8-bit file into the image.
-void decode_rows(oru_image *im, const BmpHeader &h, const Bytes &f, int64_t row_bytes) {
+// Streams the rows of a 24-bit or uncompressed 8-bit file into the image, in file order.
+bool decode_rows(oru_image *im, const BmpHeader &h, FILE *file, int64_t row_bytes) {
   const int32_t w = im->cols, rows = im->rows;
+  const bool direct = h.bits == 24 && im->channels == 3;
+  Scratch<uint8_t> line;
+  if (!direct && !line.reset(row_bytes)) return false;
   uint8_t luma[256];
   for (int i = 0; i < 256; ++i) luma[i] = oru::luma_bgr(h.palette[i][0], h.palette[i][1], h.palette[i][2]);
-  for (int32_t y = 0; y < rows; ++y) {
-    const int64_t file_row = h.height > 0 ? rows - 1 - y : y;
-    const uint8_t *s = f.p + h.offbits + file_row * row_bytes;
-    uint8_t *d = static_cast<uint8_t *>(im->data) + y * im->stride;
+  if (std::fseek(file, long(h.offbits), SEEK_SET) != 0) return false;
+  uint8_t pad[4];
+  const size_t payload = size_t(w) * 3, skip = size_t(row_bytes) - payload;
+  for (int32_t i = 0; i < rows; ++i) {
+    uint8_t *d = static_cast<uint8_t *>(im->data) + int64_t(h.height > 0 ? rows - 1 - i : i) * im->stride;
+    if (direct) {
+      // The three-channel copy of a 24-bit row lands straight in the image.
+      if (std::fread(d, 1, payload, file) != payload || std::fread(pad, 1, skip, file) != skip) return false;
+      continue;
+    }
+    const uint8_t *s = line.get();
+    if (std::fread(line.get(), 1, size_t(row_bytes), file) != size_t(row_bytes)) return false;
     if (h.bits == 24) {
-      if (im->channels == 3) {
-        std::memcpy(d, s, size_t(w) * 3);
-      } else {
-        for (int32_t x = 0; x < w; ++x) d[x] = oru::luma_bgr(s[3 * x], s[3 * x + 1], s[3 * x + 2]);
-      }
+      for (int32_t x = 0; x < w; ++x) d[x] = oru::luma_bgr(s[3 * x], s[3 * x + 1], s[3 * x + 2]);
     } else if (im->channels == 3) {
       for (int32_t x = 0; x < w; ++x) std::memcpy(d + 3 * x, h.palette[s[x]], 3);
     } else {
       for (int32_t x = 0; x < w; ++x) d[x] = luma[s[x]];
     }
   }
+  return true;
 }
 
 oru_image *read_bmp(FILE *file, uint32_t mode) {
-  uint8_t magic[12] = {};
+  uint8_t magic[18] = {};
   const size_t got = std::fread(magic, 1, sizeof magic, file);
   std::rewind(file);
   static const uint8_t png[8] = {0x89, 0x50, 0x4E, 0x47, 0x0D, 0x0A, 0x1A, 0x0A};
@@ -120,9 +130,15 @@ oru_image *read_bmp(FILE *file, uint32_t mode) {
   const long length = std::ftell(file);
   std::rewind(file);
   if (length <= 0) return nullptr;
-  Scratch<uint8_t> buffer(length);
+  // Everything the header and colour table can reach: the info header, three masks
+  // and 256 entries of four bytes.
+  const Bytes probe{magic, int64_t(got)};
+  const int64_t header_size = int32_t(probe.u32(14));
+  int64_t head = 14 + (header_size > 0 ? header_size : 0) + 12 + 1024;
+  if (head > length) head = length;
+  Scratch<uint8_t> buffer(head);
   if (!buffer) ORU_FAIL_MSG(nullptr, "Allocating memory failure! ");
-  const Bytes f{buffer.get(), int64_t(std::fread(buffer.get(), 1, size_t(length), file))};
+  const Bytes f{buffer.get(), int64_t(std::fread(buffer.get(), 1, size_t(head), file))};
 
   BmpHeader h;
   parse_header(h, f);
@@ -139,10 +155,13 @@ oru_image *read_bmp(FILE *file, uint32_t mode) {
   if (!decodable) return nullptr;
   const int64_t row_bytes = ((h.width * h.bits + 7) / 8 + 3) & ~int64_t(3);
   // The rows must be in the file before an image of the claimed size is made.
-  if (h.offbits + row_bytes * rows > f.n) ORU_FAIL_MSG(nullptr, "Data length is not enough!");
+  if (h.offbits + row_bytes * rows > length) ORU_FAIL_MSG(nullptr, "Data length is not enough!");
   oru_image *im = oru_create_image(int32_t(h.width), int32_t(rows), format);
   if (!im) return nullptr;
-  decode_rows(im, h, f, row_bytes);
+  if (!decode_rows(im, h, file, row_bytes)) {
+    oru::drop_image(im);
+    ORU_FAIL_MSG(nullptr, "Data length is not enough!");
+  }
   return im;
 }
 
@@ -180,12 +199,19 @@ uint32_t write_bmp(FILE *file, const oru_image *im) {
     }
     ok = ok && std::fwrite(table, 1, sizeof table, file) == sizeof table;
   }
+  // Rows go out in chunks of about 256 KB: one write call per chunk, not two per row.
   const size_t payload = size_t(im->cols) * size_t(channels);
-  const uint8_t pad[4] = {0, 0, 0, 0};
+  const int64_t per_chunk = row_bytes >= (int64_t(1) << 18) ? 1 : (int64_t(1) << 18) / row_bytes;
+  Scratch<uint8_t> chunk(per_chunk * row_bytes, true);
+  if (!chunk) ORU_FAIL_MSG(ORU_RET_ERR_MEMORY, "Allocating memory failure! ");
+  int64_t filled = 0;
   for (int32_t y = im->rows - 1; ok && y >= 0; --y) {
-    const uint8_t *row = static_cast<const uint8_t *>(im->data) + y * im->stride;
-    ok = std::fwrite(row, 1, payload, file) == payload &&
-         std::fwrite(pad, 1, size_t(row_bytes) - payload, file) == size_t(row_bytes) - payload;
+    std::memcpy(chunk.get() + filled * row_bytes, static_cast<const uint8_t *>(im->data) + y * im->stride, payload);
+    if (++filled == per_chunk || y == 0) {
+      const size_t bytes = size_t(filled * row_bytes);
+      ok = std::fwrite(chunk.get(), 1, bytes, file) == bytes;
+      filled = 0;
+    }
   }
   if (!ok) ORU_REPORT("Data length is not enough!");
   return ORU_RET_OK;

@@ -27,6 +27,13 @@ ORU_DECLARE_FORMS(yuv420_to_bgr_rows, uint8_t *d0, uint8_t *d1, const uint8_t *y
 ORU_DECLARE_FORMS(bilinear_vertical_row, uint8_t *dst, const uint8_t *a, const uint8_t *b, int32_t wy,
                   int32_t n)
 
+// Horizontal step of the two-stage bilinear scheme over n three-byte pixels:
+// p at s + off_p[x], q at s + off_q[x] + 1, weight w = wpair[x] >> 16 and
+// wpair[x] & 0xFFFF = 2048 - w; out = (p (2048 - w) + q w + 1024) >> 11 per channel.
+// off_q is one byte before the neighbour so that a 4-byte load never leaves the row.
+ORU_DECLARE_FORMS(bilinear_horizontal_c3, uint8_t *out, const uint8_t *s, const int32_t *off_p,
+                  const int32_t *off_q, const int32_t *wpair, int32_t n)
+
 // Exact 2:1 box of n destination bytes of a 3-channel (channels 3) or grey row pair:
 // (p + q + r + s + 2) >> 2.
 ORU_DECLARE_FORMS(box2_row_c3, uint8_t *dst, const uint8_t *r0, const uint8_t *r1, int32_t n)

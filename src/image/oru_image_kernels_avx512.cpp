@@ -11,7 +11,7 @@
 namespace oru {
 
 void bilinear_vertical_row_avx512(uint8_t *dst, const uint8_t *a, const uint8_t *b, int32_t wy, int32_t n) {
-  const __m512i w = _mm512_set1_epi32(int32_t(uint16_t(2048 - wy)) | (wy << 16)), half = _mm512_set1_epi32(1024);
+  const __m512i w = _mm512_set1_epi32(int32_t(uint32_t(uint16_t(2048 - wy)) | (uint32_t(wy) << 16))), half = _mm512_set1_epi32(1024);
   int32_t i = 0;
   for (; i + 32 <= n; i += 32) {
     const __m512i va = _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(a + i)));

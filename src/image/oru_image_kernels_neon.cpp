@@ -86,6 +86,46 @@ void bilinear_vertical_row_neon(uint8_t *dst, const uint8_t *a, const uint8_t *b
   bilinear_vertical_row_plain(dst + i, a + i, b + i, wy, n - i);
 }
 
+namespace {
+template <int L>
+inline void load_pixel(const uint8_t *p, const uint8_t *q, uint8x8x3_t &vp, uint8x8x3_t &vq) {
+  vp = vld3_lane_u8(p, vp, L);
+  vq = vld3_lane_u8(q, vq, L);
+}
+}  // namespace
+
+void bilinear_horizontal_c3_neon(uint8_t *out, const uint8_t *s, const int32_t *off_p, const int32_t *off_q,
+                                 const int32_t *wpair, int32_t n) {
+  int32_t x = 0;
+  uint8x8x3_t vp = {}, vq = {};
+  for (; x + 8 <= n; x += 8) {
+    // Lane loads of three bytes split the channels of eight scattered pixels.
+    const int32_t *a = off_p + x, *b = off_q + x;
+    load_pixel<0>(s + a[0], s + b[0] + 1, vp, vq);
+    load_pixel<1>(s + a[1], s + b[1] + 1, vp, vq);
+    load_pixel<2>(s + a[2], s + b[2] + 1, vp, vq);
+    load_pixel<3>(s + a[3], s + b[3] + 1, vp, vq);
+    load_pixel<4>(s + a[4], s + b[4] + 1, vp, vq);
+    load_pixel<5>(s + a[5], s + b[5] + 1, vp, vq);
+    load_pixel<6>(s + a[6], s + b[6] + 1, vp, vq);
+    load_pixel<7>(s + a[7], s + b[7] + 1, vp, vq);
+    const uint32x4_t w0 = vld1q_u32(reinterpret_cast<const uint32_t *>(wpair + x));
+    const uint32x4_t w1 = vld1q_u32(reinterpret_cast<const uint32_t *>(wpair + x + 4));
+    const uint16x8_t wq = vcombine_u16(vshrn_n_u32(w0, 16), vshrn_n_u32(w1, 16));
+    const uint16x8_t wp = vcombine_u16(vmovn_u32(w0), vmovn_u32(w1));
+    uint8x8x3_t r;
+    for (int k = 0; k < 3; ++k) {
+      const uint16x8_t p = vmovl_u8(vp.val[k]), q = vmovl_u8(vq.val[k]);
+      uint32x4_t lo = vmull_u16(vget_low_u16(p), vget_low_u16(wp)), hi = vmull_u16(vget_high_u16(p), vget_high_u16(wp));
+      lo = vmlal_u16(lo, vget_low_u16(q), vget_low_u16(wq));
+      hi = vmlal_u16(hi, vget_high_u16(q), vget_high_u16(wq));
+      r.val[k] = vmovn_u16(vcombine_u16(vrshrn_n_u32(lo, 11), vrshrn_n_u32(hi, 11)));
+    }
+    vst3_u8(out + 3 * x, r);
+  }
+  bilinear_horizontal_c3_plain(out + 3 * x, s, off_p + x, off_q + x, wpair + x, n - x);
+}
+
 void box2_row_c1_neon(uint8_t *dst, const uint8_t *r0, const uint8_t *r1, int32_t n) {
   int32_t i = 0;
   for (; i + 16 <= n; i += 16) {

@@ -78,7 +78,26 @@ uint32_t two_stage_bilinear(uint8_t *dst, int32_t dw, int32_t dh, int32_t dstrid
   edge_clamped_taps(rows.get(), dh, sh, false);
   uint8_t *buf[2] = {line.get(), line.get() + n};
   int32_t have[2] = {-1, -1};
-  auto horizontal = channels == 3 ? horizontal_c3 : horizontal_c1;
+  // Three-channel rows run through the vector kernel, with its table of byte offsets
+  // and weight pairs; a one-pixel-wide source is left to the plain form.
+  static const auto horizontal3 = pick(ORU_KERNEL_FORMS(bilinear_horizontal_c3));
+  const auto h3 = sw >= 2 ? horizontal3 : bilinear_horizontal_c3_plain;
+  Scratch<int32_t> t3(channels == 3 ? 3 * int64_t(dw) : 0);
+  if (channels == 3) {
+    if (!t3) return ORU_RET_ERR_MEMORY;
+    for (int32_t x = 0; x < dw; ++x) {
+      const Tap &t = cols[x];
+      t3[x] = 3 * t.c0;
+      t3[dw + x] = t.c1 > 0 ? 3 * t.c1 - 1 : 0;
+      t3[2 * dw + x] = int32_t(uint32_t(kOne - t.w) | (uint32_t(t.w) << 16));
+    }
+  }
+  auto horizontal = [&](uint8_t *out, const uint8_t *s, const Tap *taps, int32_t count) {
+    if (channels == 3)
+      h3(out, s, t3.get(), t3.get() + dw, t3.get() + 2 * dw, count);
+    else
+      horizontal_c1(out, s, taps, count);
+  };
   for (int32_t y = 0; y < dh; ++y) {
     const int32_t r0 = rows[y].c0, r1 = rows[y].c1, wy = rows[y].w;
     if (have[0] != r0) {
