@@ -31,11 +31,10 @@ void bilinear_vertical_row_plain(uint8_t *dst, const uint8_t *a, const uint8_t *
   for (int32_t i = 0; i < n; ++i) dst[i] = uint8_t(((b[i] - a[i]) * wy + (a[i] << 11) + 1024) >> 11);
 }
 
-void bilinear_horizontal_c3_plain(uint8_t *out, const uint8_t *s, const int32_t *off_p, const int32_t *off_q,
-                                  const int32_t *wpair, int32_t n) {
+void bilinear_horizontal_c3_plain(uint8_t *out, const uint8_t *s, const int32_t *off, const int32_t *wexp, int32_t n) {
   for (int32_t x = 0; x < n; ++x) {
-    const uint8_t *p = s + off_p[x], *q = s + off_q[x] + 1;
-    const int32_t w = int32_t(uint32_t(wpair[x]) >> 16);
+    const uint8_t *p = s + off[x], *q = p + 3;
+    const int32_t w = int32_t(uint32_t(wexp[3 * x]) >> 16);
     for (int k = 0; k < 3; ++k) out[3 * x + k] = uint8_t(((p[k] << 11) + (q[k] - p[k]) * w + 1024) >> 11);
   }
 }

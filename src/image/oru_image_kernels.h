@@ -28,11 +28,11 @@ ORU_DECLARE_FORMS(bilinear_vertical_row, uint8_t *dst, const uint8_t *a, const u
                   int32_t n)
 
 // Horizontal step of the two-stage bilinear scheme over n three-byte pixels:
-// p at s + off_p[x], q at s + off_q[x] + 1, weight w = wpair[x] >> 16 and
-// wpair[x] & 0xFFFF = 2048 - w; out = (p (2048 - w) + q w + 1024) >> 11 per channel.
-// off_q is one byte before the neighbour so that a 4-byte load never leaves the row.
-ORU_DECLARE_FORMS(bilinear_horizontal_c3, uint8_t *out, const uint8_t *s, const int32_t *off_p,
-                  const int32_t *off_q, const int32_t *wpair, int32_t n)
+// p at s + off[x], its right neighbour q at p + 3, and wexp[3x], wexp[3x + 1] and
+// wexp[3x + 2] all hold the weight pair (2048 - w) | w << 16 of pixel x;
+// out = (p (2048 - w) + q w + 1024) >> 11 per channel. wexp has 8 entries of slack.
+ORU_DECLARE_FORMS(bilinear_horizontal_c3, uint8_t *out, const uint8_t *s, const int32_t *off, const int32_t *wexp,
+                  int32_t n)
 
 // Exact 2:1 box of n destination bytes of a 3-channel (channels 3) or grey row pair:
 // (p + q + r + s + 2) >> 2.

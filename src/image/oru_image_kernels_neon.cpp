@@ -94,23 +94,24 @@ inline void load_pixel(const uint8_t *p, const uint8_t *q, uint8x8x3_t &vp, uint
 }
 }  // namespace
 
-void bilinear_horizontal_c3_neon(uint8_t *out, const uint8_t *s, const int32_t *off_p, const int32_t *off_q,
-                                 const int32_t *wpair, int32_t n) {
+void bilinear_horizontal_c3_neon(uint8_t *out, const uint8_t *s, const int32_t *off, const int32_t *wexp,
+                                 int32_t n) {
   int32_t x = 0;
   uint8x8x3_t vp = {}, vq = {};
   for (; x + 8 <= n; x += 8) {
     // Lane loads of three bytes split the channels of eight scattered pixels.
-    const int32_t *a = off_p + x, *b = off_q + x;
-    load_pixel<0>(s + a[0], s + b[0] + 1, vp, vq);
-    load_pixel<1>(s + a[1], s + b[1] + 1, vp, vq);
-    load_pixel<2>(s + a[2], s + b[2] + 1, vp, vq);
-    load_pixel<3>(s + a[3], s + b[3] + 1, vp, vq);
-    load_pixel<4>(s + a[4], s + b[4] + 1, vp, vq);
-    load_pixel<5>(s + a[5], s + b[5] + 1, vp, vq);
-    load_pixel<6>(s + a[6], s + b[6] + 1, vp, vq);
-    load_pixel<7>(s + a[7], s + b[7] + 1, vp, vq);
-    const uint32x4_t w0 = vld1q_u32(reinterpret_cast<const uint32_t *>(wpair + x));
-    const uint32x4_t w1 = vld1q_u32(reinterpret_cast<const uint32_t *>(wpair + x + 4));
+    const int32_t *a = off + x;
+    load_pixel<0>(s + a[0], s + a[0] + 3, vp, vq);
+    load_pixel<1>(s + a[1], s + a[1] + 3, vp, vq);
+    load_pixel<2>(s + a[2], s + a[2] + 3, vp, vq);
+    load_pixel<3>(s + a[3], s + a[3] + 3, vp, vq);
+    load_pixel<4>(s + a[4], s + a[4] + 3, vp, vq);
+    load_pixel<5>(s + a[5], s + a[5] + 3, vp, vq);
+    load_pixel<6>(s + a[6], s + a[6] + 3, vp, vq);
+    load_pixel<7>(s + a[7], s + a[7] + 3, vp, vq);
+    // Every third weight word is one pixel's.
+    const uint32x4_t w0 = vld3q_u32(reinterpret_cast<const uint32_t *>(wexp + 3 * x)).val[0];
+    const uint32x4_t w1 = vld3q_u32(reinterpret_cast<const uint32_t *>(wexp + 3 * x + 12)).val[0];
     const uint16x8_t wq = vcombine_u16(vshrn_n_u32(w0, 16), vshrn_n_u32(w1, 16));
     const uint16x8_t wp = vcombine_u16(vmovn_u32(w0), vmovn_u32(w1));
     uint8x8x3_t r;
@@ -123,7 +124,7 @@ void bilinear_horizontal_c3_neon(uint8_t *out, const uint8_t *s, const int32_t *
     }
     vst3_u8(out + 3 * x, r);
   }
-  bilinear_horizontal_c3_plain(out + 3 * x, s, off_p + x, off_q + x, wpair + x, n - x);
+  bilinear_horizontal_c3_plain(out + 3 * x, s, off + x, wexp + 3 * x, n - x);
 }
 
 void box2_row_c1_neon(uint8_t *dst, const uint8_t *r0, const uint8_t *r1, int32_t n) {

@@ -108,41 +108,40 @@ void ORU_FORM(yuv420_to_bgr_rows)(uint8_t *d0, uint8_t *d1, const uint8_t *y0, c
   yuv420_to_bgr_rows_plain(d0 + 3 * x, d1 + 3 * x, y0 + x, y1 + x, u + (x >> 1), v + (x >> 1), n - x);
 }
 
-void ORU_FORM(bilinear_horizontal_c3)(uint8_t *out, const uint8_t *s, const int32_t *off_p, const int32_t *off_q,
-                                      const int32_t *wpair, int32_t n) {
-  // Eight pixels a step: two 4-byte gathers give p0 p1 p2 and (x) q0 q1 q2 in each lane;
-  // each channel becomes a (p, q) pair of 16-bit halves for one madd with the weights.
-  const __m256i byte = _mm256_set1_epi32(0xFF), half = _mm256_set1_epi32(1024);
-  // Three result bytes of each 32-bit lane packed to the front of each 128-bit half.
-  const __m256i squeeze = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6,
-                                           8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
-  const int *base = reinterpret_cast<const int *>(s);
+void ORU_FORM(bilinear_horizontal_c3)(uint8_t *out, const uint8_t *s, const int32_t *off, const int32_t *wexp,
+                                      int32_t n) {
+  // Four pixels a step. An 8-byte load two bytes before p holds p0 p1 p2 q0 q1 q2 at
+  // bytes 2 to 7 and never reaches past q; the shuffle makes (p, q) 16-bit pairs for
+  // one madd with the weight pairs. Loads avoid gathers, which are slow on some cores.
+  const __m128i pairs = _mm_setr_epi8(2, 5, 3, 6, 4, 7, 10, 13, 11, 14, 12, 15, -1, -1, -1, -1);
+  const __m128i order = _mm_setr_epi8(0, 1, 2, 3, 8, 9, 4, 5, 6, 7, 12, 13, -1, -1, -1, -1);
+  const __m256i half = _mm256_set1_epi32(1024);
+  auto two = [&](int32_t a, int32_t b) {
+    const __m128i lo = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(s + a - 2));
+    const __m128d both = _mm_loadh_pd(_mm_castsi128_pd(lo), reinterpret_cast<const double *>(s + b - 2));
+    return _mm256_cvtepu8_epi16(_mm_shuffle_epi8(_mm_castpd_si128(both), pairs));
+  };
   int32_t x = 0;
-  for (; x + 8 <= n; x += 8) {
-    const __m256i ip = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(off_p + x));
-    const __m256i iq = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(off_q + x));
-    const __m256i w = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(wpair + x));
-    const __m256i gp = _mm256_i32gather_epi32(base, ip, 1);
-    const __m256i gq = _mm256_srli_epi32(_mm256_i32gather_epi32(base, iq, 1), 8);
-    __m256i packed = _mm256_setzero_si256();
-    for (int k = 0; k < 3; ++k) {
-      const __m256i pk = _mm256_and_si256(_mm256_srli_epi32(gp, 8 * k), byte);
-      const __m256i qk = _mm256_slli_epi32(_mm256_and_si256(_mm256_srli_epi32(gq, 8 * k), byte), 16);
-      const __m256i r = _mm256_srli_epi32(_mm256_add_epi32(_mm256_madd_epi16(_mm256_or_si256(pk, qk), w), half), 11);
-      packed = _mm256_or_si256(packed, _mm256_slli_epi32(r, 8 * k));
+  for (; x + 4 <= n; x += 4) {
+    const int32_t *o = off + x;
+    if (o[0] < 2 || o[1] < 2 || o[2] < 2 || o[3] < 2) {
+      bilinear_horizontal_c3_plain(out + 3 * x, s, o, wexp + 3 * x, 4);
+      continue;
     }
-    packed = _mm256_shuffle_epi8(packed, squeeze);
-    // Twelve bytes from each half; the stores are 8 + 4 bytes so nothing lands past 24.
-    const __m128i lo = _mm256_castsi256_si128(packed), hi = _mm256_extracti128_si256(packed, 1);
-    uint8_t *o = out + 3 * x;
-    _mm_storel_epi64(reinterpret_cast<__m128i *>(o), lo);
-    const int32_t lo_tail = _mm_extract_epi32(lo, 2);
-    std::memcpy(o + 8, &lo_tail, 4);
-    _mm_storel_epi64(reinterpret_cast<__m128i *>(o + 12), hi);
-    const int32_t hi_tail = _mm_extract_epi32(hi, 2);
-    std::memcpy(o + 20, &hi_tail, 4);
+    const __m256i wab = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(wexp + 3 * x));
+    const __m256i wcd = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(wexp + 3 * x + 6));
+    const __m256i rab = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(two(o[0], o[1]), wab), half), 11);
+    const __m256i rcd = _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(two(o[2], o[3]), wcd), half), 11);
+    // Lanes: A0 A1 A2 B0 C0 C1 C2 D0 | B1 B2 - - D1 D2 - -, then the twelve bytes in order.
+    const __m256i words = _mm256_packs_epi32(rab, rcd);
+    const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(words, words), 0x08);
+    const __m128i res = _mm_shuffle_epi8(_mm256_castsi256_si128(bytes), order);
+    uint8_t *d = out + 3 * x;
+    _mm_storel_epi64(reinterpret_cast<__m128i *>(d), res);
+    const int32_t tail = _mm_extract_epi32(res, 2);
+    std::memcpy(d + 8, &tail, 4);
   }
-  bilinear_horizontal_c3_plain(out + 3 * x, s, off_p + x, off_q + x, wpair + x, n - x);
+  bilinear_horizontal_c3_plain(out + 3 * x, s, off + x, wexp + 3 * x, n - x);
 }
 
 void ORU_FORM(box2_row_c1)(uint8_t *dst, const uint8_t *r0, const uint8_t *r1, int32_t n) {

@@ -79,22 +79,26 @@ uint32_t two_stage_bilinear(uint8_t *dst, int32_t dw, int32_t dh, int32_t dstrid
   uint8_t *buf[2] = {line.get(), line.get() + n};
   int32_t have[2] = {-1, -1};
   // Three-channel rows run through the vector kernel, with its table of byte offsets
-  // and weight pairs; a one-pixel-wide source is left to the plain form.
+  // and weight pairs (three copies a pixel, and slack for whole vector loads). Its
+  // right neighbour is always the next pixel: edge taps have weight 0. A one-pixel
+  // source has no next pixel and keeps the tap form.
   static const auto horizontal3 = pick(ORU_KERNEL_FORMS(bilinear_horizontal_c3));
-  const auto h3 = sw >= 2 ? horizontal3 : bilinear_horizontal_c3_plain;
-  Scratch<int32_t> t3(channels == 3 ? 3 * int64_t(dw) : 0);
-  if (channels == 3) {
+  const bool kernel3 = channels == 3 && sw >= 2;
+  Scratch<int32_t> t3(kernel3 ? 4 * int64_t(dw) + 8 : 0);
+  if (kernel3) {
     if (!t3) return ORU_RET_ERR_MEMORY;
+    int32_t *off = t3.get(), *wexp = off + dw;
     for (int32_t x = 0; x < dw; ++x) {
-      const Tap &t = cols[x];
-      t3[x] = 3 * t.c0;
-      t3[dw + x] = t.c1 > 0 ? 3 * t.c1 - 1 : 0;
-      t3[2 * dw + x] = int32_t(uint32_t(kOne - t.w) | (uint32_t(t.w) << 16));
+      off[x] = 3 * cols[x].c0;
+      wexp[3 * x] = wexp[3 * x + 1] = wexp[3 * x + 2] = int32_t(uint32_t(kOne - cols[x].w) | (uint32_t(cols[x].w) << 16));
     }
+    for (int k = 0; k < 8; ++k) wexp[3 * dw + k] = 0;
   }
   auto horizontal = [&](uint8_t *out, const uint8_t *s, const Tap *taps, int32_t count) {
-    if (channels == 3)
-      h3(out, s, t3.get(), t3.get() + dw, t3.get() + 2 * dw, count);
+    if (kernel3)
+      horizontal3(out, s, t3.get(), t3.get() + dw, count);
+    else if (channels == 3)
+      horizontal_c3(out, s, taps, count);
     else
       horizontal_c1(out, s, taps, count);
   };

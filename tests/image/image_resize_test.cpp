@@ -194,23 +194,20 @@ TEST(ImageResizeKernels, VectorFormsMatchPlain) {
         EXPECT_EQ(got, want) << isa_name(isa) << " n=" << n << " wy=" << wy;
       });
     }
-    // Random taps over a source row of sw pixels, edge taps included (weight 0, c1 = c0).
+    // Random taps over a source row of sw pixels; the neighbour is the next pixel.
     const int32_t sw = 2 + n / 2;
     const auto src = bytes(3 * size_t(sw));
-    std::vector<int32_t> off_p(size_t(n)), off_q(size_t(n)), wpair(size_t(n));
+    std::vector<int32_t> off(static_cast<size_t>(n)), wexp(3 * static_cast<size_t>(n) + 8, 0);
     for (int32_t x = 0; x < n; ++x) {
-      const int32_t c0 = int32_t(gen() % uint32_t(sw - 1));
-      const bool edge = gen() % 5 == 0;
-      const int32_t c1 = edge ? c0 : c0 + 1, w = edge ? 0 : int32_t(gen() % 2048);
-      off_p[size_t(x)] = 3 * c0;
-      off_q[size_t(x)] = c1 > 0 ? 3 * c1 - 1 : 0;
-      wpair[size_t(x)] = int32_t(uint32_t(2048 - w) | (uint32_t(w) << 16));
+      const int32_t c0 = int32_t(gen() % uint32_t(sw - 1)), w = gen() % 5 == 0 ? 0 : int32_t(gen() % 2048);
+      off[size_t(x)] = 3 * c0;
+      for (int k = 0; k < 3; ++k) wexp[3 * size_t(x) + k] = int32_t(uint32_t(2048 - w) | (uint32_t(w) << 16));
     }
     std::vector<uint8_t> want3(3 * size_t(n) + 1, 0x33);
-    horizontal.plain(want3.data(), src.data(), off_p.data(), off_q.data(), wpair.data(), n);
+    horizontal.plain(want3.data(), src.data(), off.data(), wexp.data(), n);
     for_each_runnable_form(horizontal, [&](Isa isa, auto fn) {
       std::vector<uint8_t> got(3 * size_t(n) + 1, 0x33);
-      fn(got.data(), src.data(), off_p.data(), off_q.data(), wpair.data(), n);
+      fn(got.data(), src.data(), off.data(), wexp.data(), n);
       EXPECT_EQ(got, want3) << isa_name(isa) << " n=" << n;
     });
     const auto r0 = bytes(2 * size_t(n) + 6), r1 = bytes(2 * size_t(n) + 6);
