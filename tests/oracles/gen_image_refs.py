@@ -420,6 +420,10 @@ def resize_refs():
         "cvnn_bgr_23x40": cv2.resize(bgr, (23, 40), interpolation=cv2.INTER_NEAREST),
         "cvbox_bgr_19x15": cv2.resize(even, (19, 15), interpolation=cv2.INTER_AREA),
     }
+    # Float growth (depth 1 of the growth scheme) is plain float bilinear with edge clamping.
+    small_f = rng.uniform(-1, 1, (9, 13, 3)).astype(np.float32)
+    save(IMG / "rs_src_f32_13x9.raw", small_f)
+    cv["cvlin_f32_29x21"] = cv2.resize(small_f, (29, 21), interpolation=cv2.INTER_LINEAR)
     for k, v in cv.items():
         save(IMG / f"rs_{k}.raw", v)
 
