@@ -5,29 +5,24 @@
 #include "core/oru_scratch.h"
 #include "detector/oru_detector_internal.h"
 #include "image/oru_image_internal.h"
+#include "matrix/oru_l1_kernels.h"
 #include "oru_detector.h"
 
 namespace oru {
 namespace {
 
-struct ValueTables {
-  float unit[256];  // i / 255, rounded to seven decimals
-  float norm[256];  // (i - 127.5) / 128
-  constexpr ValueTables() : unit(), norm() {
-    for (int i = 0; i < 256; ++i) {
-      const double v = i / 255.0 * 1e7;
-      unit[i] = float(double(int64_t(v + 0.5)) / 1e7);
-      norm[i] = float((i - 127.5) / 128.0);
-    }
+// i / 255, rounded to seven decimals; (i - 127.5) / 128 is the element-wise unit's table.
+struct UnitTable {
+  float v[256];
+  constexpr UnitTable() : v() {
+    for (int i = 0; i < 256; ++i) v[i] = float(double(int64_t(i / 255.0 * 1e7 + 0.5)) / 1e7);
   }
 };
-constexpr ValueTables kTables;
+constexpr UnitTable kUnit;
 
 }  // namespace
 
-// The value tables of the float transforms, under the names the detector code knows them by.
-constexpr const float (&map_table)[256] = kTables.unit;
-constexpr const float (&ai8u_to_aif32_norm)[256] = kTables.norm;
+static constexpr const float (&map_table)[256] = kUnit.v;
 
 namespace {
 
@@ -56,10 +51,6 @@ int16_t q14_value(uint8_t v) { return int16_t(float(v) * 64.250984f); }
 int16_t centred_value(uint8_t v) { return int16_t(int32_t(v) - 127); }
 
 }  // namespace
-
-const float *detector_unit_table() { return map_table; }
-const float *detector_norm_table() { return ai8u_to_aif32_norm; }
-
 }  // namespace oru
 
 using namespace oru;

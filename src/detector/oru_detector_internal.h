@@ -11,10 +11,4 @@ uint32_t copy_make_const_border_uint8(const uint8_t *src, int32_t src_stride, in
                                       int32_t dst_stride, int32_t dst_size[2], int32_t top, int32_t left,
                                       int32_t channels, const uint8_t *value);
 
-namespace oru {
-// The value tables of the float transforms: i / 255 and (i - 127.5) / 128.
-const float *detector_unit_table();
-const float *detector_norm_table();
-}  // namespace oru
-
 #endif
