@@ -146,17 +146,153 @@ ORU_API uint32_t oru_uninit_unary_context(void **context);
 
 /* ==== Unary operators ==== */
 
+/* ReLU6 (20), hard swish (21), sigmoid (15) and softmax (24) share the unary context,
+ * preparation, release and getter of the graph core; the parameters are ignored. */
+ORU_API uint32_t oru_init_relu6_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_hswish_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_sigmoid_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_softmax_context(oru_cg_handle *handle, int32_t node, const void *params);
+
 /* ---- end of Unary operators ---- */
 
 /* ==== Binary operators and bias ==== */
+
+/* One context for bias (9), add (27) and mul (28). */
+typedef struct oru_cg_binary_context {
+  int32_t op_type;
+  oru_tensor *input_a;  /* first operand; for bias, the data */
+  oru_tensor *input_b;  /* second operand; for bias, the bias vector */
+  oru_tensor *output;
+  int32_t q_a;
+  int32_t q_b;
+  int32_t q_out;
+  uint32_t backend;
+  uint32_t dev_type;
+} oru_cg_binary_context;
+
+ORU_API uint32_t oru_init_bias_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_add_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_mul_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_bias_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_init_binary_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_bias_context(void **context);
+ORU_API uint32_t oru_uninit_binary_context(void **context);
+ORU_API oru_tensor *oru_get_binary_inference_data(oru_cg_handle *handle, int32_t node);
+ORU_API oru_tensor *oru_get_binary_inference_dev_data(oru_cg_handle *handle, int32_t node);
 
 /* ---- end of Binary operators and bias ---- */
 
 /* ==== Linear, affine and batch-norm operators ==== */
 
+typedef struct oru_cg_linear_params {
+  int32_t in_features;
+  int32_t out_features;
+  int32_t has_bias;
+} oru_cg_linear_params;
+
+typedef struct oru_cg_linear_context {
+  int32_t op_type; /* 25 */
+  oru_tensor *input;
+  oru_tensor *weights;
+  oru_tensor *output;
+  int32_t q_in;
+  int32_t q_w;
+  int32_t q_out;
+  uint32_t backend;
+  oru_cg_linear_params params;
+  uint32_t dev_type;
+} oru_cg_linear_context;
+
+typedef struct oru_cg_bn_params {
+  int32_t unused;
+  float eps;
+} oru_cg_bn_params;
+
+typedef struct oru_cg_bn_context {
+  int32_t op_type; /* 10 bn1d, 11 bn2d */
+  oru_tensor *input;
+  oru_tensor *output;
+  oru_tensor *weights; /* gamma, beta, mean, var: four equal quarters */
+  int32_t q_in;
+  int32_t q_out;
+  int32_t q_gamma;
+  int32_t q_beta;
+  int32_t q_mean;
+  int32_t q_var;
+  uint32_t backend;
+  oru_cg_bn_params params;
+  uint32_t dev_type;
+} oru_cg_bn_context;
+
+typedef struct oru_cg_affine_params {
+  int32_t word0;
+  int32_t word1;
+  float scale_w;
+  float scale_h;
+  int32_t word4;
+  int32_t align_corners;
+} oru_cg_affine_params;
+
+typedef struct oru_cg_affine_context {
+  int32_t op_type; /* 31 */
+  oru_tensor *input;
+  oru_tensor *matrix; /* the 2 x 3 sampling matrix, 6 elements */
+  oru_tensor *output;
+  int32_t q_in;
+  int32_t q_matrix;
+  int32_t q_out;
+  uint32_t backend;
+  oru_cg_affine_params params;
+  uint32_t dev_type;
+} oru_cg_affine_context;
+
+ORU_API uint32_t oru_init_linear_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_linear_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_linear_context(void **context);
+ORU_API oru_tensor *oru_get_linear_inference_data(oru_cg_handle *handle, int32_t node);
+ORU_API oru_tensor *oru_get_linear_inference_dev_data(oru_cg_handle *handle, int32_t node);
+
+ORU_API uint32_t oru_init_bn1d_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_bn2d_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_bn_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_bn_context(void **context);
+ORU_API oru_tensor *oru_get_bn_inference_data(oru_cg_handle *handle, int32_t node);
+
+ORU_API uint32_t oru_init_affine_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_affine_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_affine_context(void **context);
+ORU_API oru_tensor *oru_get_affine_inference_data(oru_cg_handle *handle, int32_t node);
+
 /* ---- end of Linear, affine and batch-norm operators ---- */
 
 /* ==== Pooling operators ==== */
+
+typedef struct oru_cg_pool_params {
+  int32_t kernel_w;
+  int32_t kernel_h;
+  int32_t stride_w;
+  int32_t stride_h;
+  int32_t unused[2];
+} oru_cg_pool_params;
+
+typedef struct oru_cg_pool_context {
+  int32_t op_type; /* 22 max, 23 average */
+  oru_tensor *input;
+  oru_tensor *output;
+  int32_t q_in;
+  int32_t q_out;
+  uint32_t backend;
+  oru_cg_pool_params params;
+  uint32_t dev_type;
+} oru_cg_pool_context;
+
+ORU_API uint32_t oru_init_max_pool2d_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_avg_pool2d_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_max_pool2d_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_init_avg_pool2d_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_max_pool2d_context(void **context);
+ORU_API uint32_t oru_uninit_avg_pool2d_context(void **context);
+ORU_API oru_tensor *oru_get_pool2d_inference_data(oru_cg_handle *handle, int32_t node);
 
 /* ---- end of Pooling operators ---- */
 
@@ -165,6 +301,91 @@ ORU_API uint32_t oru_uninit_unary_context(void **context);
 /* ---- end of Sampling operator ---- */
 
 /* ==== Shape operators ==== */
+
+typedef struct oru_cg_reshape_params {
+  int32_t ndims;
+  int32_t dims[5]; /* -1 for the one dimension to infer */
+} oru_cg_reshape_params;
+
+typedef struct oru_cg_reshape_context {
+  int32_t op_type; /* 32 */
+  oru_tensor *input;
+  oru_tensor *output;
+  int32_t q_in;
+  int32_t q_out;
+  oru_cg_reshape_params params;
+  uint32_t backend;
+  uint32_t dev_type;
+} oru_cg_reshape_context;
+
+typedef struct oru_cg_split_params {
+  int32_t word0;
+  int32_t groups;
+  int32_t start;
+  int32_t step;
+  int32_t word4;
+} oru_cg_split_params;
+
+typedef struct oru_cg_split_context {
+  int32_t op_type; /* 34 */
+  oru_tensor *input;
+  oru_tensor *output;
+  oru_cg_split_params params;
+  uint32_t dev_type;
+} oru_cg_split_context;
+
+typedef struct oru_cg_concat_params {
+  uint32_t axis;
+  int32_t count;
+  const int32_t *nodes; /* count node ids; their order is the order of the pieces */
+} oru_cg_concat_params;
+
+typedef struct oru_cg_concat_context {
+  int32_t op_type; /* 33 */
+  oru_tensor **inputs;
+  oru_tensor *output;
+  int32_t *q_inputs;
+  int32_t q_out;
+  int32_t count;
+  int32_t *nodes;
+  uint32_t axis;
+  uint32_t backend;
+  uint32_t dev_type;
+} oru_cg_concat_context;
+
+typedef struct oru_cg_shuffle_params {
+  int32_t word0;
+  int32_t count;
+  const int32_t *order; /* for each output channel, the input channel it copies */
+} oru_cg_shuffle_params;
+
+typedef struct oru_cg_shuffle_context {
+  int32_t op_type; /* 35 */
+  oru_tensor *input;
+  oru_tensor *output;
+  int32_t *order;
+  uint32_t dev_type;
+} oru_cg_shuffle_context;
+
+ORU_API uint32_t oru_init_reshape_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_reshape_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_reshape_context(void **context);
+ORU_API oru_tensor *oru_get_reshape_inference_data(oru_cg_handle *handle, int32_t node);
+
+ORU_API uint32_t oru_init_concat_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_concat_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_concat_context(void **context);
+ORU_API oru_tensor *oru_get_concat_inference_data(oru_cg_handle *handle, int32_t node);
+
+ORU_API uint32_t oru_init_split_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_split_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_split_context(void **context);
+ORU_API oru_tensor *oru_get_split_inference_data(oru_cg_handle *handle, int32_t node);
+
+ORU_API uint32_t oru_init_shuffle_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_shuffle_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_shuffle_context(void **context);
+ORU_API oru_tensor *oru_get_shuffle_inference_data(oru_cg_handle *handle, int32_t node);
 
 /* ---- end of Shape operators ---- */
 
