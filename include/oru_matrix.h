@@ -56,6 +56,28 @@ typedef struct oru_matrix {
 
 /* ==== Tensor functions ==== */
 
+/* Header without storage; null (reported) for ndims outside 1..5, a null dims, a type
+ * of 32 or more, a dimension below 1, or more elements than 32 bits count. */
+ORU_API oru_tensor *oru_create_tensor_header(int32_t ndims, const int32_t *dims, uint32_t type);
+ORU_API uint32_t oru_create_tensor_data(oru_tensor *tensor);
+ORU_API oru_tensor *oru_create_tensor(int32_t ndims, const int32_t *dims, uint32_t type);
+ORU_API oru_tensor *oru_create_tensor_from_tensor(const oru_tensor *source);
+ORU_API oru_tensor *oru_create_copy_tensor(const oru_tensor *source);
+/* Fills a caller-owned record of type aif32 or aif64; data null, owns_data 0. */
+ORU_API uint32_t oru_set_tensor_header(oru_tensor *tensor, int32_t ndims, const int32_t *dims, uint32_t type);
+/* Makes the tensor refer to the caller's data of `length` bytes. */
+ORU_API uint32_t oru_set_tensor_data(oru_tensor *tensor, void *data, int64_t length);
+/* Stores owns_data: 0 makes the tensor a reference to somebody else's data. */
+ORU_API uint32_t oru_set_tensor_reference_value(oru_tensor *tensor, uint32_t value);
+ORU_API uint32_t oru_set_tensor_channel_layout(oru_tensor *tensor, uint32_t layout);
+ORU_API uint32_t oru_release_tensor(oru_tensor **tensor);
+/* Header words: ndims, type, channel_layout, dims[0..ndims-1]; *word_count = 3 + ndims. */
+ORU_API uint32_t oru_write_tensor_header_to_buffer(int32_t *destination, int32_t *word_count,
+                                                   const oru_tensor *tensor);
+ORU_API uint32_t oru_read_tensor_header_from_buffer(oru_tensor *tensor, const int32_t *source);
+ORU_API uint32_t oru_write_tensor_to_disk(const char *path, const oru_tensor *tensor);
+ORU_API oru_tensor *oru_create_tensor_from_disk(const char *path);
+
 /* ---- end of Tensor functions ---- */
 
 /* ==== Matrix functions ==== */
