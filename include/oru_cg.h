@@ -10,6 +10,134 @@ extern "C" {
 
 /* ==== Graph core ==== */
 
+/* Node kinds and operator codes: the slot numbers of the operator table. Codes below 3
+ * are tensor nodes whose tensor stays the client's. */
+#define ORU_CG_OPERATOR_SLOTS 41
+#define ORU_CG_OP_INPUT 0
+#define ORU_CG_OP_RESERVED_TENSOR 1
+#define ORU_CG_OP_WEIGHT 2
+#define ORU_CG_OP_STD_CONV2D 3
+#define ORU_CG_OP_DEPTHWISE_CONV2D 4
+#define ORU_CG_OP_POINTWISE_CONV2D 5
+#define ORU_CG_OP_DILATED_CONV2D 7
+#define ORU_CG_OP_TRANSPOSED_CONV2D 8
+#define ORU_CG_OP_BIAS 9
+#define ORU_CG_OP_BN1D 10
+#define ORU_CG_OP_BN2D 11
+#define ORU_CG_OP_CONV2D_ACT 12
+#define ORU_CG_OP_CONV2D_BN2D_ACT 13
+#define ORU_CG_OP_SIGMOID 15
+#define ORU_CG_OP_RELU 16
+#define ORU_CG_OP_RELU6 20
+#define ORU_CG_OP_HSWISH 21
+#define ORU_CG_OP_MAX_POOL2D 22
+#define ORU_CG_OP_AVG_POOL2D 23
+#define ORU_CG_OP_SOFTMAX 24
+#define ORU_CG_OP_LINEAR 25
+#define ORU_CG_OP_ADD 27
+#define ORU_CG_OP_MUL 28
+#define ORU_CG_OP_SAMPLE 30
+#define ORU_CG_OP_AFFINE 31
+#define ORU_CG_OP_RESHAPE 32
+#define ORU_CG_OP_CONCAT 33
+#define ORU_CG_OP_SPLIT 34
+#define ORU_CG_OP_SHUFFLE 35
+
+/* Backends and the conv methods a context copies at bind time. */
+#define ORU_CG_BACKEND_FLOAT 0u
+#define ORU_CG_BACKEND_FIXED 1u
+#define ORU_CG_CONV_DIRECT_CHW 0u
+#define ORU_CG_CONV_PACKED_HWG 1u
+#define ORU_CG_CONV_IM2COL_GEMM 2u
+
+typedef struct oru_cg_handle oru_cg_handle;
+
+/* One node's computation; it is given the node's context, never the handle. */
+typedef uint32_t (*oru_cg_forward_fn)(void *context);
+
+/* The five functions of an operator slot; any of them may be null. */
+typedef struct oru_cg_operator {
+  uint32_t (*init_context)(oru_cg_handle *handle, int32_t node, const void *params);
+  uint32_t (*init_inference)(oru_cg_handle *handle, int32_t node);
+  uint32_t (*uninit)(void **context);
+  oru_tensor *(*get_inference_data)(oru_cg_handle *handle, int32_t node);
+  oru_tensor *(*get_dev_data)(oru_cg_handle *handle, int32_t node);
+} oru_cg_operator;
+
+struct oru_cg_handle {
+  int32_t max_nodes;
+  oru_darray *nodes;            /* int32 ids in order of first appearance; size is N */
+  void **contexts;              /* N, by id */
+  int32_t *topo_order;          /* N */
+  uint32_t *bound;              /* N flags, by id */
+  oru_darray **out_edges;       /* max_nodes lists of int32 targets */
+  oru_darray **in_edges;        /* max_nodes lists of int32 sources */
+  oru_cg_forward_fn *forward;   /* N, by id */
+  oru_cg_forward_fn *backward;  /* N, by id; never filled */
+  oru_cg_operator *operators;   /* ORU_CG_OPERATOR_SLOTS slots */
+  uint32_t conv_workers;
+  uint32_t conv_method;
+  uint32_t dev_type;
+  void *dev_context;
+  uint32_t backend;
+  int32_t *q_list;              /* one Q per node id, owned by the handle */
+};
+
+/* Creation record; words 2 and 3 are not read. */
+typedef struct oru_cg_params {
+  uint32_t max_nodes;
+  uint32_t conv_workers;
+  uint32_t reserved2;
+  uint32_t reserved3;
+  uint32_t backend;
+} oru_cg_params;
+
+/* What a node is: op_type, and for op types below 3 the client's tensor. */
+typedef struct oru_cg_node_desc {
+  int32_t op_type;
+  oru_tensor *tensor;
+} oru_cg_node_desc;
+
+/* Context shared by sigmoid, relu, relu6, hswish and softmax. */
+typedef struct oru_cg_unary_context {
+  int32_t op_type;
+  oru_tensor *input;
+  oru_tensor *output;
+  int32_t q_in;
+  int32_t q_out;
+  uint32_t backend;
+  uint32_t dev_type;
+} oru_cg_unary_context;
+
+ORU_API oru_cg_handle *oru_create_computation_graph_handle(const oru_cg_params *params);
+ORU_API uint32_t oru_release_computation_graph_handle(oru_cg_handle **handle);
+ORU_API uint32_t oru_cg_set_conv_method(oru_cg_handle *handle, uint32_t method);
+ORU_API uint32_t oru_get_cg_conv_method(const oru_cg_handle *handle);
+ORU_API uint32_t oru_cg_set_dev_type(oru_cg_handle *handle, uint32_t type);
+ORU_API uint32_t oru_cg_get_dev_type(const oru_cg_handle *handle);
+ORU_API void *oru_get_dev_context_from_cg_handle(const oru_cg_handle *handle);
+/* The handle takes the list (from oru_malloc or oru_calloc) and frees it on release. */
+ORU_API uint32_t oru_cg_set_ptr_q_list(oru_cg_handle *handle, int32_t *list);
+ORU_API int32_t oru_cg_get_q_from_list(const oru_cg_handle *handle, int32_t index);
+
+ORU_API uint32_t oru_add_one_edge_into_computation_graph(oru_cg_handle *handle, int32_t from, int32_t to);
+ORU_API uint32_t oru_computation_graph_topo_sort(oru_cg_handle *handle);
+ORU_API uint32_t oru_bind_operator_onto_computation_graph(oru_cg_handle *handle, int32_t node,
+                                                         const oru_cg_node_desc *desc, const void *params);
+
+ORU_API uint32_t oru_prepare_inference_computation(oru_cg_handle *handle);
+ORU_API uint32_t oru_computation_graph_inference(oru_cg_handle *handle);
+ORU_API oru_tensor *oru_get_computation_node_inference_data(oru_cg_handle *handle, int32_t node);
+ORU_API oru_tensor *oru_get_computation_node_inference_dev_data(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_prepare_backward_computation(oru_cg_handle *handle);
+ORU_API uint32_t oru_computation_graph_backward(oru_cg_handle *handle);
+
+/* ReLU and the functions every unary operator shares. */
+ORU_API uint32_t oru_init_relu_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_unary_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API oru_tensor *oru_get_unary_inference_data(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_unary_context(void **context);
+
 /* ---- end of Graph core ---- */
 
 /* ==== Model weight file and block builders ==== */
