@@ -52,7 +52,7 @@ ORU_API uint32_t oru_tensor_depthwise_conv2d_chw(oru_tensor *output, const oru_t
   if (st) return st;
   const oru_conv2d_params &p = *params;
   if (!oru::is_depthwise(p)) {
-    if (is_3x3_pad1(p) && p.stride_w == 2 && p.stride_h == 2) printf("ORU_ERROR: %s\n", oru_error_string[1]);
+    if (is_3x3_pad1(p) && p.stride_w == 2 && p.stride_h == 2) printf("ORU_ERROR: %s\n", oru_error_string[oru::message_index(ORU_RET_ERR_PARA)]);
     return ORU_RET_ERR_PARA;
   }
   const float *w = static_cast<const float *>(weight->data);

@@ -115,6 +115,19 @@ inline float *plane(const oru_tensor *t, int64_t c) {
 void conv3x3_s2_plane(float *out, const float *in, const float *k9, int32_t in_w, int32_t in_h, int32_t out_w,
                       int32_t out_h, bool accumulate);
 
+// Patch panels of output row oy (panels of nr columns, the last zero-filled) and the
+// whole patch matrix of the generic shape.
+void im2col_fill_row_panels(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,
+                            int32_t s, int32_t p, int32_t oy, int32_t out_w, int32_t nr);
+void im2col_fill_matrix(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,
+                        int32_t s, int32_t p, int32_t out_w, int32_t out_h);
+
+// Bias plus activation over CHW and HWG output (act_relu6 included).
+uint32_t bias_act_chw(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                      const oru_conv2d_params *params, int act);
+uint32_t bias_act_hwg(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                      const oru_conv2d_params *params, int act);
+
 inline float act_scalar(float t, int act) {
   switch (act) {
     case act_relu: return t > 0.0f ? t : 0.0f;
