@@ -391,9 +391,128 @@ ORU_API oru_tensor *oru_get_shuffle_inference_data(oru_cg_handle *handle, int32_
 
 /* ==== Convolution operators ==== */
 
+/* Fourteen 32-bit words; dim 0 of a tensor is the width, dim 1 the height, dim 2 the channels. */
+typedef struct oru_conv2d_params {
+  int32_t in_channels;
+  int32_t out_channels;
+  int32_t kernel_w;
+  int32_t kernel_h;
+  int32_t stride_w;
+  int32_t stride_h;
+  int32_t pad_w;
+  int32_t pad_h;
+  int32_t reserved;
+  int32_t out_pad_h;   /* transposed output height only */
+  int32_t dilation_w;
+  int32_t dilation_h;
+  int32_t groups;      /* 1, or in_channels == out_channels for depthwise */
+  int32_t has_bias;    /* 1: out_channels bias values follow the kernels */
+} oru_conv2d_params;
+
+/* Context of the standard (3), depthwise (4), pointwise (5), dilated (7) and transposed (8)
+   operators; tensors are borrowed except the output (and calc_info). */
+typedef struct oru_conv2d_context {
+  int32_t op_type;
+  oru_tensor *input;
+  oru_tensor *output;
+  oru_tensor *weight;
+  int32_t q_in;
+  int32_t q_out;
+  int32_t q_weight;
+  uint32_t conv_method;
+  uint32_t kernel_flipped;  /* transposed only: 1 once the kernels are turned over */
+  oru_conv2d_params params;
+  uint32_t conv_workers;
+  uint32_t backend;
+  uint32_t dev_type;
+  void *calc_info;          /* im2col record of conv method 2, or null */
+} oru_conv2d_context;
+
+ORU_API uint32_t oru_init_std_conv2d_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_depthwise_conv2d_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_pointwise_conv2d_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_dilated_conv2d_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_transposed_conv2d_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_std_conv2d_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_init_depthwise_conv2d_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_init_pointwise_conv2d_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_init_dilated_conv2d_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_init_transposed_conv2d_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_std_conv2d_context(void **context);
+ORU_API uint32_t oru_uninit_depthwise_conv2d_context(void **context);
+ORU_API uint32_t oru_uninit_pointwise_conv2d_context(void **context);
+ORU_API uint32_t oru_uninit_dilated_conv2d_context(void **context);
+ORU_API uint32_t oru_uninit_transposed_conv2d_context(void **context);
+ORU_API oru_tensor *oru_get_conv2d_inference_data(oru_cg_handle *handle, int32_t node);
+
 /* ---- end of Convolution operators ---- */
 
 /* ==== Fused convolution operators ==== */
+
+/* Activation codes of the fused operators. */
+#define ORU_ACT_NONE 0
+#define ORU_ACT_RELU 1
+#define ORU_ACT_HSWISH 2
+#define ORU_ACT_RELU6 3
+#define ORU_ACT_HSIGMOID 4
+#define ORU_ACT_LEAKY_RELU 5
+#define ORU_ACT_TANH 6
+
+typedef struct oru_conv2d_act_params {
+  oru_conv2d_params conv;
+  int32_t act;
+} oru_conv2d_act_params;
+
+typedef struct oru_conv2d_bn2d_act_params {
+  oru_conv2d_params conv;
+  float bn_eps;        /* 0 means 1e-5 */
+  int32_t act;
+} oru_conv2d_bn2d_act_params;
+
+/* Convolution plus activation (code 12). */
+typedef struct oru_conv2d_act_context {
+  int32_t op_type;
+  oru_tensor *input;
+  oru_tensor *output;
+  oru_tensor *weight;
+  int32_t q_in;
+  int32_t q_out;
+  int32_t q_weight;
+  uint32_t conv_workers;
+  uint32_t backend;
+  uint32_t conv_method;
+  oru_conv2d_act_params params;
+  uint32_t dev_type;
+  void *calc_info;
+} oru_conv2d_act_context;
+
+/* Convolution plus batch norm plus activation (code 13); the batch norm is folded into
+   fused_weight once at prepare. */
+typedef struct oru_conv2d_bn2d_act_context {
+  int32_t op_type;
+  oru_tensor *input;
+  oru_tensor *output;
+  oru_tensor *weight;        /* raw weights: kernels, bias, gamma, beta, mean, var; borrowed */
+  int32_t q_in;
+  int32_t q_out;
+  int32_t q_weight;
+  oru_tensor *fused_weight;  /* owned */
+  uint32_t conv_workers;
+  uint32_t backend;
+  uint32_t conv_method;
+  oru_conv2d_bn2d_act_params params;
+  uint32_t dev_type;
+  void *calc_info;
+} oru_conv2d_bn2d_act_context;
+
+ORU_API uint32_t oru_init_conv2d_act_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_conv2d_bn2d_act_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_conv2d_act_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_init_conv2d_bn2d_act_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_conv2d_act_context(void **context);
+ORU_API uint32_t oru_uninit_conv2d_bn2d_act_context(void **context);
+ORU_API oru_tensor *oru_get_conv2d_act_inference_data(oru_cg_handle *handle, int32_t node);
+ORU_API oru_tensor *oru_get_conv2d_bn2d_act_inference_data(oru_cg_handle *handle, int32_t node);
 
 /* ---- end of Fused convolution operators ---- */
 

@@ -94,13 +94,101 @@ ORU_API oru_tensor *oru_create_tensor_from_disk(const char *path);
 
 /* ==== General matrix multiply ==== */
 
+/* C = alpha * op(A) * op(B) + beta * C for aif32 or aif64 records; alpha and beta point
+ * to values of the matrices' element type. A non-zero flag transposes its operand. */
+ORU_API uint32_t oru_matrix_mul_add(oru_matrix *c, const oru_matrix *a, int32_t transpose_a,
+                                    const oru_matrix *b, int32_t transpose_b, const void *alpha,
+                                    const void *beta);
+/* C = op(A) * op(B). */
+ORU_API uint32_t oru_matrix_mul(oru_matrix *c, const oru_matrix *a, int32_t transpose_a,
+                                const oru_matrix *b, int32_t transpose_b);
+
+/* Blocked multiply on row-major arrays, no checks: C (m by n) = alpha * op(A) op(B) + beta * C,
+ * with k the inner dimension; leading dimensions count elements. */
+ORU_API void oru_matrix_mul_real32(int32_t transpose_a, int32_t transpose_b, int32_t m, int32_t n,
+                                   int32_t k, const float *a, int32_t lda, const float *b,
+                                   int32_t ldb, float *c, int32_t ldc, float alpha, float beta);
+ORU_API void oru_matrix_mul_real64(int32_t transpose_a, int32_t transpose_b, int32_t m, int32_t n,
+                                   int32_t k, const double *a, int32_t lda, const double *b,
+                                   int32_t ldb, double *c, int32_t ldc, double alpha, double beta);
+
+/* A tile kernel: multiplies a packed panel of A (k by mr) with a packed panel of B (k by nr)
+ * into the mr by nr tile at c, whose rows lie ldc elements apart. */
+typedef void (*oru_mat_mul_tile_kernel_real32)(int32_t k, const float *a, const float *b, float *c,
+                                               int32_t ldc, float alpha, float beta);
+
+/* Blocked multiply with any tile shape mr by nr and the tile kernel that goes with it. */
+ORU_API void blocked_mat_mul_row_major_real32(int32_t m, int32_t n, int32_t k, const float *a,
+                                              int32_t lda, const float *b, int32_t ldb, float *c,
+                                              int32_t ldc, int32_t mr, int32_t nr,
+                                              oru_mat_mul_tile_kernel_real32 kernel, float alpha,
+                                              float beta);
+/* Runs the tile kernel over every tile of an m by n block of C from packed panels
+ * (copy_a_blocked, copy_b_blocked); edge tiles go through a local tile. */
+ORU_API void mat_mul_kernel_row_major(int32_t m, int32_t n, int32_t k, float *c, int32_t ldc,
+                                      const float *packed_a, const float *packed_b, int32_t mr,
+                                      int32_t nr, oru_mat_mul_tile_kernel_real32 kernel,
+                                      float alpha, float beta);
+/* Packs m rows of A (k columns) into panels of mr rows: panel[l * mr + i], zero-filled. */
+ORU_API void copy_a_blocked(int32_t m, int32_t k, int32_t mr, const float *a, int32_t lda,
+                            float *destination);
+/* Packs n columns of B (k rows) into panels of nr columns: panel[l * nr + j], zero-filled. */
+ORU_API void copy_b_blocked(int32_t k, int32_t n, int32_t nr, const float *b, int32_t ldb,
+                            float *destination);
+/* 8 by 8 tile: C = AB (beta 0) or C += AB (beta 1); alpha is not applied. */
+ORU_API void mat_mul_8xkx8_kernel(int32_t k, const float *a, const float *b, float *c, int32_t ldc,
+                                  float alpha, float beta);
+/* 1 by 16 tile: c[j] += a[l] * b[l * 16 + j] in rising l, after clearing c when beta is 0. */
+ORU_API void mat_mul_1xkx16_kernel(int32_t k, const float *a, const float *b, float *c,
+                                   int32_t ldc, float alpha, float beta);
+
 /* ---- end of General matrix multiply ---- */
 
 /* ==== Small matrix multiply ==== */
 
+/* C = alpha * op(A) * op(B) + beta * C on row-major arrays without packing. Arguments:
+ * A, A's rows, A's cols, lda, B, free dimension of B (its cols, or its rows when
+ * transposed), ldb, C, ldc, alpha, beta. Nothing is checked. */
+ORU_API void oru_small_matrix_mul_matrix_real32(const float *a, int32_t a_rows, int32_t a_cols,
+                                                int32_t lda, const float *b, int32_t b_free,
+                                                int32_t ldb, float *c, int32_t ldc, float alpha,
+                                                float beta);
+ORU_API void oru_small_matrix_mul_matrix_t_real32(const float *a, int32_t a_rows, int32_t a_cols,
+                                                  int32_t lda, const float *b, int32_t b_free,
+                                                  int32_t ldb, float *c, int32_t ldc, float alpha,
+                                                  float beta);
+ORU_API void oru_small_matrix_t_mul_matrix_real32(const float *a, int32_t a_rows, int32_t a_cols,
+                                                  int32_t lda, const float *b, int32_t b_free,
+                                                  int32_t ldb, float *c, int32_t ldc, float alpha,
+                                                  float beta);
+ORU_API void oru_small_matrix_t_mul_matrix_t_real32(const float *a, int32_t a_rows, int32_t a_cols,
+                                                    int32_t lda, const float *b, int32_t b_free,
+                                                    int32_t ldb, float *c, int32_t ldc,
+                                                    float alpha, float beta);
+ORU_API void oru_small_matrix_mul_matrix_real64(const double *a, int32_t a_rows, int32_t a_cols,
+                                                int32_t lda, const double *b, int32_t b_free,
+                                                int32_t ldb, double *c, int32_t ldc, double alpha,
+                                                double beta);
+ORU_API void oru_small_matrix_mul_matrix_t_real64(const double *a, int32_t a_rows, int32_t a_cols,
+                                                  int32_t lda, const double *b, int32_t b_free,
+                                                  int32_t ldb, double *c, int32_t ldc,
+                                                  double alpha, double beta);
+ORU_API void oru_small_matrix_t_mul_matrix_real64(const double *a, int32_t a_rows, int32_t a_cols,
+                                                  int32_t lda, const double *b, int32_t b_free,
+                                                  int32_t ldb, double *c, int32_t ldc,
+                                                  double alpha, double beta);
+ORU_API void oru_small_matrix_t_mul_matrix_t_real64(const double *a, int32_t a_rows,
+                                                    int32_t a_cols, int32_t lda, const double *b,
+                                                    int32_t b_free, int32_t ldb, double *c,
+                                                    int32_t ldc, double alpha, double beta);
+
 /* ---- end of Small matrix multiply ---- */
 
 /* ==== Linear equation solving ==== */
+
+/* Solves a x = b by Gaussian elimination with row pivoting, in place: a is overwritten,
+ * x may share b's data. 1 on bad arguments, 4 for integer types, 32 when a is singular. */
+ORU_API uint32_t oru_solve_linear_equation(oru_matrix *x, oru_matrix *a, const oru_matrix *b);
 
 /* ---- end of Linear equation solving ---- */
 

@@ -25,7 +25,8 @@ struct TensorPtr {
 void write_bytes(const std::string &path, const std::vector<uint8_t> &bytes) {
   FILE *f = std::fopen(path.c_str(), "wb");
   ASSERT_NE(f, nullptr);
-  ASSERT_EQ(std::fwrite(bytes.data(), 1, bytes.size(), f), bytes.size());
+  const size_t written = bytes.empty() ? 0 : std::fwrite(bytes.data(), 1, bytes.size(), f);
+  ASSERT_EQ(written, bytes.size());
   std::fclose(f);
 }
 
