@@ -142,6 +142,23 @@ ORU_API uint32_t oru_uninit_unary_context(void **context);
 
 /* ==== Model weight file and block builders ==== */
 
+/* Builders bind one standard block onto nodes node, node + 1, ... of a sorted graph. */
+ORU_API uint32_t oru_bind_invert_residual(int32_t in_channels, int32_t out_channels, int32_t stride,
+                                          int32_t residual, int32_t expansion, int32_t node, oru_cg_handle *handle);
+ORU_API uint32_t oru_bind_invert_residual_relu6(int32_t in_channels, int32_t out_channels, int32_t stride,
+                                                int32_t residual, int32_t expansion, int32_t node,
+                                                oru_cg_handle *handle);
+ORU_API uint32_t oru_bind_base_net_conv_bn(int32_t in_channels, int32_t out_channels, int32_t stride, int32_t node,
+                                           oru_cg_handle *handle);
+ORU_API uint32_t oru_bind_base_net_conv_dw(int32_t in_channels, int32_t out_channels, int32_t stride, int32_t node,
+                                           oru_cg_handle *handle);
+ORU_API uint32_t oru_bind_extra_net(int32_t channels, int32_t stride, int32_t node, oru_cg_handle *handle);
+ORU_API uint32_t oru_bind_seperable_conv2d(int32_t in_channels, int32_t out_channels, int32_t stride, int32_t node,
+                                           oru_cg_handle *handle);
+ORU_API uint32_t oru_bind_std_conv2d(int32_t in_channels, int32_t out_channels, int32_t unused, int32_t node,
+                                     oru_cg_handle *handle);
+ORU_API uint32_t oru_bind_full_connect(int32_t has_bias, int32_t node, oru_cg_handle *handle);
+
 /* ---- end of Model weight file and block builders ---- */
 
 /* ==== Unary operators ==== */
