@@ -10,6 +10,7 @@
 #ifdef ORU_HAVE_OPENCV
 #include <opencv2/core.hpp>
 #include <opencv2/dnn.hpp>
+#include <opencv2/dnn/shape_utils.hpp>
 #endif
 
 namespace {
