@@ -221,21 +221,34 @@ TEST(PoolKernels, FormsAgreeWithPlainAndReference) {
   }
 }
 
-TEST(PoolKernels, GlobalWindowOverManyPlanes) {
-  const int32_t w = 7, c = 13;
-  auto in = oru_test::random_values<float>(size_t(w) * w * c, -2.0, 1.0, 77u);
-  for (bool is_max : {true, false}) {
-    std::vector<float> ref;
-    pool_reference(ref, in, w, w, c, w, is_max);
-    std::vector<float> y(c);
-    oru::PoolPlanes p{in.data(), y.data(), w, w * w, 1, 1, 1, c, w, w};
-    (is_max ? oru::max_pool2d_f32 : oru::avg_pool2d_f32)(p);
-    for (int32_t i = 0; i < c; ++i) EXPECT_NEAR(y[i], ref[i], 1e-6);
-    if (is_max) {
-      // The sum order is fixed: the same as one window at a time.
-      for (int32_t i = 0; i < c; ++i) EXPECT_EQ(y[i], oru::pool_detail::window<true>(in.data() + i * w * w, w, w, w));
-    } else {
-      for (int32_t i = 0; i < c; ++i) EXPECT_EQ(y[i], oru::pool_detail::window<false>(in.data() + i * w * w, w, w, w));
+TEST(PoolKernels, GlobalWindowsOverManyPlanesInEveryForm) {
+  // Planes of 7 x 7 and 20 x 13 (not square: the kernel takes kw and kh), channel counts
+  // that leave lanes over.
+  const struct {
+    int32_t w, h, c;
+  } shapes[] = {{7, 7, 13}, {20, 13, 19}, {3, 3, 4}, {16, 16, 8}, {9, 5, 45}};
+  for (const auto &s : shapes) {
+    auto in = oru_test::random_values<float>(size_t(s.w) * s.h * s.c, -2.0, 1.0, 77u + uint32_t(s.w));
+    for (bool is_max : {true, false}) {
+      std::vector<float> ref(size_t(s.c));
+      // The fixed order: one window at a time.
+      for (int32_t i = 0; i < s.c; ++i)
+        ref[size_t(i)] = is_max ? oru::pool_detail::window<true>(in.data() + i * s.w * s.h, s.w, s.w, s.h)
+                                : oru::pool_detail::window<false>(in.data() + i * s.w * s.h, s.w, s.w, s.h);
+      double sum0 = 0, max0 = in[0];
+      for (int32_t i = 0; i < s.w * s.h; ++i) sum0 += in[size_t(i)], max0 = std::max(max0, double(in[size_t(i)]));
+      EXPECT_NEAR(ref[0], is_max ? max0 : sum0 / (s.w * s.h), 1e-5);
+      auto check = [&](Isa isa, auto f) {
+        std::vector<float> y(size_t(s.c), 55.0f);
+        oru::PoolPlanes p{in.data(), y.data(), s.w, int64_t(s.w) * s.h, 1, 1, 1, s.c, s.w, s.h};
+        f(p);
+        for (int32_t i = 0; i < s.c; ++i)
+          ASSERT_EQ(bits(y[size_t(i)]), bits(ref[size_t(i)])) << oru::isa_name(isa) << " plane " << i << " w=" << s.w;
+      };
+      if (is_max)
+        oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::max_pool2d_f32), check);
+      else
+        oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::avg_pool2d_f32), check);
     }
   }
 }

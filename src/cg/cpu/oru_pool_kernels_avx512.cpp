@@ -5,6 +5,7 @@
 #include <immintrin.h>
 
 #include "cg/cpu/oru_pool_kernels.h"
+#include "cg/cpu/oru_pool_kernels_x86.h"
 
 namespace oru {
 namespace {
@@ -50,14 +51,18 @@ void pool2x2(const PoolPlanes &p) {
 }  // namespace
 
 void max_pool2d_f32_avx512(const PoolPlanes &p) {
-  if (p.kw == 2 && p.kh == 2)
+  if (p.out_w == 1 && p.out_h == 1)
+    pool_x86::whole_planes<true>(p);
+  else if (p.kw == 2 && p.kh == 2)
     pool2x2<true>(p);
   else
     max_pool2d_f32_plain(p);
 }
 
 void avg_pool2d_f32_avx512(const PoolPlanes &p) {
-  if (p.kw == 2 && p.kh == 2)
+  if (p.out_w == 1 && p.out_h == 1)
+    pool_x86::whole_planes<false>(p);
+  else if (p.kw == 2 && p.kh == 2)
     pool2x2<false>(p);
   else
     avg_pool2d_f32_plain(p);
