@@ -96,3 +96,28 @@ TEST(FixedPointQ, ConcatTakesTheSmallestAndReshapeCarriesItsInput) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(FixedPointQ, ListGetterAndSetterEdges) {
+  oru_cg_params p{8, 1, 0, 0, ORU_CG_BACKEND_FIXED};
+  testing::internal::CaptureStdout();
+  oru_cg_handle *h = oru_create_computation_graph_handle(&p);
+  testing::internal::GetCapturedStdout();
+  ASSERT_NE(h, nullptr);
+  EXPECT_EQ(uint32_t(oru_cg_get_q_from_list(h, 0)), 0xFFFFFFFFu) << "no list yet";
+  EXPECT_EQ(oru_cg_set_ptr_q_list(h, nullptr), ORU_RET_ERR_PARA);
+  auto *list = static_cast<int32_t *>(oru_calloc(8, 4));
+  for (int32_t i = 0; i < 8; ++i) list[i] = 15 - i;
+  EXPECT_EQ(oru_cg_set_ptr_q_list(nullptr, list), ORU_RET_ERR_PARA);
+  ASSERT_EQ(oru_cg_set_ptr_q_list(h, list), 0u);
+  EXPECT_EQ(oru_cg_get_q_from_list(h, 0), 15);
+  EXPECT_EQ(oru_cg_get_q_from_list(h, 7), 8);
+  EXPECT_EQ(uint32_t(oru_cg_get_q_from_list(h, 8)), 0xFFFFFFFFu);
+  EXPECT_EQ(uint32_t(oru_cg_get_q_from_list(h, -1)), 0xFFFFFFFFu);
+  EXPECT_EQ(uint32_t(oru_cg_get_q_from_list(nullptr, 0)), 0xFFFFFFFFu);
+  // The handle frees the list with itself (the sanitizer build would see a leak otherwise).
+  EXPECT_EQ(oru_release_computation_graph_handle(&h), 0u);
+}
+
+}  // namespace
