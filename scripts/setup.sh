@@ -9,10 +9,10 @@ case "${1:-test}" in
   example) ;;
   test)
     want+=(clang libclang-rt-14-dev libgtest-dev googletest ccache python3 python3-numpy
-           g++-aarch64-linux-gnu qemu-user binutils)
+           g++-aarch64-linux-gnu qemu-user binutils libopenblas-dev valgrind)
     ;;
   bench)
-    want+=(libbenchmark-dev libopencv-dev libeigen3-dev libopenblas-dev libxnnpack-dev libssl-dev libyuv-dev)
+    want+=(libbenchmark-dev libopencv-dev libeigen3-dev libopenblas-dev libxnnpack-dev libpthreadpool-dev libssl-dev libyuv-dev python3-opencv)
     ;;
 esac
 missing=()
