@@ -82,6 +82,34 @@ ORU_API oru_tensor *oru_create_tensor_from_disk(const char *path);
 
 /* ==== Matrix functions ==== */
 
+#define ORU_MATRIX_KIND_GENERAL 4u
+#define ORU_MATRIX_KIND_ROW 5u
+#define ORU_MATRIX_KIND_COLUMN 6u
+#define ORU_MATRIX_KIND_SINGLE 7u
+#define ORU_MATRIX_FORMAT_PLAIN 15u
+#define ORU_MATRIX_HEADER_WORDS 12
+
+ORU_API oru_matrix *oru_create_matrix_header(int32_t rows, int32_t cols, int32_t depth, uint32_t type);
+ORU_API uint32_t oru_creat_matrix_data(oru_matrix *matrix);
+ORU_API oru_matrix *oru_create_matrix(int32_t rows, int32_t cols, int32_t depth, uint32_t type);
+ORU_API uint32_t oru_set_matrix_header(oru_matrix *matrix, int32_t rows, int32_t cols, int32_t depth,
+                                       uint32_t type);
+ORU_API uint32_t oru_set_matrix_data(oru_matrix *matrix, void *data, int64_t length);
+ORU_API uint32_t oru_set_matrix_reference_value(oru_matrix *matrix, uint32_t value);
+ORU_API uint32_t oru_set_eye_matrix(oru_matrix *matrix);
+/* dst becomes a view of columns first to last - 1 of src. */
+ORU_API uint32_t oru_get_matrix_cols(oru_matrix *dst, const oru_matrix *src, int32_t first, int32_t last);
+ORU_API uint32_t oru_release_matrix(oru_matrix **matrix);
+ORU_API uint32_t oru_release_matrix_no_error(oru_matrix **matrix);
+ORU_API uint32_t oru_write_matrix_header_to_buffer(uint32_t *words, int32_t *count, const oru_matrix *matrix);
+ORU_API uint32_t oru_read_matrix_header_from_buffer(oru_matrix *matrix, const uint32_t *words);
+/* The caller's record becomes a one-row view of all the tensor's data. */
+ORU_API uint32_t oru_packed_tensor_into_row_vector(oru_matrix *matrix, const oru_tensor *tensor);
+ORU_API uint32_t oru_write_matrix_to_disk(const char *path, const oru_matrix *matrix);
+ORU_API oru_matrix *oru_create_matrix_from_disk(const char *path);
+/* Raw bytes (text 0) or text; path null means "data.dat". */
+ORU_API uint32_t oru_export_data_to_file(const char *path, const oru_matrix *matrix, int32_t text);
+
 /* ---- end of Matrix functions ---- */
 
 /* ==== Element-wise kernels and type conversion ==== */

@@ -9,6 +9,7 @@
 #define ORU_CORE_DISPATCH_H
 
 #include <cstddef>
+#include <initializer_list>
 
 namespace oru {
 

@@ -18,6 +18,23 @@ inline void apply_beta(T *row, int32_t n, T beta) {
     for (int32_t j = 0; j < n; ++j) row[j] *= beta;
 }
 
+// Four disjoint rows of C take rows l and l + 1 of B in one pass, so each value of B is
+// loaded once for four rows. The caller has made sure the rows don't overlap.
+template <typename T>
+void four_rows_two_terms(T *__restrict c0, T *__restrict c1, T *__restrict c2, T *__restrict c3,
+                         const T *__restrict b0, const T *__restrict b1, const T (&x)[4][2],
+                         int32_t n) {
+  const T x00 = x[0][0], x01 = x[0][1], x10 = x[1][0], x11 = x[1][1];
+  const T x20 = x[2][0], x21 = x[2][1], x30 = x[3][0], x31 = x[3][1];
+  for (int32_t j = 0; j < n; ++j) {
+    const T u = b0[j], v = b1[j];
+    c0[j] = (c0[j] + x00 * u) + x01 * v;
+    c1[j] = (c1[j] + x10 * u) + x11 * v;
+    c2[j] = (c2[j] + x20 * u) + x21 * v;
+    c3[j] = (c3[j] + x30 * u) + x31 * v;
+  }
+}
+
 // C (m by n) = alpha op(A) B + beta C, four rows at a time; op(A)[i][l] = a[i * ra + l * ca].
 // The coefficient alpha * op(A)[i][l] is formed once, then row l of B is added to row i of C.
 // Rows of C may overlap through a small ldc, so each row is updated by its own loop.
@@ -37,13 +54,24 @@ void row_update(const T *a, int64_t ra, int64_t ca, int32_t m, int32_t k, const 
   auto axpy1 = [n](T *ci, T x0, const T *b0) {
     for (int32_t j = 0; j < n; ++j) ci[j] += x0 * b0[j];
   };
+  // A small ldc can make rows of C overlap; then each row is updated on its own.
+  const bool rows_apart = ldc >= n || ldc <= -int64_t(n);
   int32_t i = 0;
   for (; i + 4 <= m; i += 4) {
     for (int r = 0; r < 4; ++r) apply_beta(c + (i + r) * ldc, n, beta);
     int32_t l = 0;
     for (; l + 2 <= k; l += 2) {
       const T *b0 = b + l * ldb, *b1 = b0 + ldb;
-      for (int r = 0; r < 4; ++r) axpy2(c + (i + r) * ldc, coef(i + r, l), b0, coef(i + r, l + 1), b1);
+      if (rows_apart) {
+        const T x[4][2] = {{coef(i, l), coef(i, l + 1)},
+                           {coef(i + 1, l), coef(i + 1, l + 1)},
+                           {coef(i + 2, l), coef(i + 2, l + 1)},
+                           {coef(i + 3, l), coef(i + 3, l + 1)}};
+        T *ci = c + i * ldc;
+        four_rows_two_terms(ci, ci + ldc, ci + 2 * ldc, ci + 3 * ldc, b0, b1, x, n);
+      } else {
+        for (int r = 0; r < 4; ++r) axpy2(c + (i + r) * ldc, coef(i + r, l), b0, coef(i + r, l + 1), b1);
+      }
     }
     if (l < k)
       for (int r = 0; r < 4; ++r) axpy1(c + (i + r) * ldc, coef(i + r, l), b + l * ldb);

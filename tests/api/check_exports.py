@@ -21,7 +21,8 @@ out = subprocess.run([nm, "-D", "--defined-only", lib], capture_output=True, tex
 exported = set()
 for line in out.splitlines():
     parts = line.split()
-    if len(parts) == 3 and parts[1] in "TDRBG":
+    # Sanitizer builds add their own __odr_asan.* markers; they are not ours.
+    if len(parts) == 3 and parts[1] in "TDRBG" and not parts[2].startswith("__odr_asan"):
         exported.add(parts[2])
 exported -= {"_init", "_fini", "_edata", "_end", "__bss_start"}
 

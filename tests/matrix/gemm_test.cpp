@@ -107,14 +107,14 @@ TEST(GemmFlat, QuickExitsAndAlphaZero) {
   EXPECT_EQ(c, (std::vector<float>{-3, -6, -9, -12}));
 }
 
-TEST(GemmFlat, PanelBuffersAreTakenOncePerCall) {
+TEST(GemmFlat, PanelBuffersAreTakenOnceForTheCall) {
   const int m = 100, n = 100, k = 1100;  // many tiles and three inner blocks
   const auto a = oru_test::random_values<float>(size_t(m) * k, -1, 1, 3);
   const auto b = oru_test::random_values<float>(size_t(k) * n, -1, 1, 4);
   std::vector<float> c(size_t(m) * n);
   const int64_t before = oru_test::malloc_calls();
   oru_matrix_mul_real32(0, 0, m, n, k, a.data(), k, b.data(), n, c.data(), n, 1.0f, 0.0f);
-  EXPECT_EQ(oru_test::malloc_calls() - before, 2);
+  EXPECT_EQ(oru_test::malloc_calls() - before, 1);
 }
 
 // The exported any-tile multiply with the convolution's kernels and with a tile shape that

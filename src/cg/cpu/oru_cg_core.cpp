@@ -93,7 +93,7 @@ ORU_API uint32_t oru_release_computation_graph_handle(oru_cg_handle **handle) {
       if (!c) continue;
       h->contexts[i] = nullptr;
       const int32_t op = *static_cast<int32_t *>(c);
-      if (op < ORU_CG_OP_WEIGHT + 1) {
+      if (op <= ORU_CG_OP_WEIGHT) {
         oru_free(c);
       } else if (op < ORU_CG_OPERATOR_SLOTS && h->operators && h->operators[op].uninit) {
         if (h->operators[op].uninit(&c) != ORU_RET_OK) break;
