@@ -76,6 +76,15 @@ void conv3x3_s2_row_avx512(float *out, int64_t n, const float *r0, const float *
 void conv3x3_s2_row_neon(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
                          const float *k9, bool accumulate);
 
+// One output row of a 3x3 stride 2 standard convolution over all input channels, from
+// deinterleaved padded rows: six pointers per channel, the even and odd columns of input
+// rows 2oy-1, 2oy, 2oy+1 (padded column q = input column q - 1). Taps of output x are
+// even[x], odd[x], even[x+1] of each row; channel sums ascending, as in the general loop.
+void conv3x3_s2_multi_plain(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
+void conv3x3_s2_multi_avx2(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
+void conv3x3_s2_multi_avx512(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
+void conv3x3_s2_multi_neon(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
+
 // A block of oc (1..4) output planes and ic (1..4) input planes of a 1x1 convolution:
 // out[o][p] += w[o * ldw + i] * in[i][p], input channels ascending, one product at a time.
 void pointwise_block_plain(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,

@@ -60,6 +60,27 @@ void conv3x3_s2_row_plain(float *out, int64_t n, const float *r0, const float *r
   }
 }
 
+void conv3x3_s2_multi_plain(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k) {
+  for (int64_t x = 0; x < n; ++x) {
+    float acc = 0.0f;
+    for (int64_t i = 0; i < ic; ++i) {
+      const float *const *r = rows + i * 6;
+      const float *k9 = k + i * 9;
+      float s = r[0][x] * k9[0];
+      s += r[1][x] * k9[1];
+      s += r[0][x + 1] * k9[2];
+      s += r[2][x] * k9[3];
+      s += r[3][x] * k9[4];
+      s += r[2][x + 1] * k9[5];
+      s += r[4][x] * k9[6];
+      s += r[5][x] * k9[7];
+      s += r[4][x + 1] * k9[8];
+      acc += s;
+    }
+    out[x] = acc;
+  }
+}
+
 void pointwise_block_plain(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
                            int64_t ldw, int oc, int ic, int64_t n) {
   for (int o = 0; o < oc; ++o) {

@@ -67,6 +67,44 @@ void conv3x3_s1_multi(float *out, int64_t ldo, int nrows, int64_t n, const float
 }
 
 template <typename V>
+void conv3x3_s2_multi(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k) {
+  using T = typename V::T;
+  int64_t x = 0;
+  for (; x + V::W <= n; x += V::W) {
+    T acc = V::set1(0.0f);
+    for (int64_t i = 0; i < ic; ++i) {
+      const float *const *r = rows + i * 6;
+      const float *k9 = k + i * 9;
+      T s = V::mul(V::load(r[0] + x), V::set1(k9[0]));
+      s = V::add(s, V::mul(V::load(r[1] + x), V::set1(k9[1])));
+      s = V::add(s, V::mul(V::load(r[0] + x + 1), V::set1(k9[2])));
+      s = V::add(s, V::mul(V::load(r[2] + x), V::set1(k9[3])));
+      s = V::add(s, V::mul(V::load(r[3] + x), V::set1(k9[4])));
+      s = V::add(s, V::mul(V::load(r[2] + x + 1), V::set1(k9[5])));
+      s = V::add(s, V::mul(V::load(r[4] + x), V::set1(k9[6])));
+      s = V::add(s, V::mul(V::load(r[5] + x), V::set1(k9[7])));
+      s = V::add(s, V::mul(V::load(r[4] + x + 1), V::set1(k9[8])));
+      acc = V::add(acc, s);
+    }
+    V::store(out + x, acc);
+  }
+  if (x < n) {
+    // The tail through the plain form, one column at a time on shifted pointers.
+    for (; x < n; ++x) {
+      float a = 0.0f;
+      for (int64_t i = 0; i < ic; ++i) {
+        const float *sh[6];
+        for (int j = 0; j < 6; ++j) sh[j] = rows[i * 6 + j] + x;
+        float t;
+        conv3x3_s2_multi_plain(&t, 1, sh, 1, k + i * 9);
+        a += t;
+      }
+      out[x] = a;
+    }
+  }
+}
+
+template <typename V>
 inline typename V::T tap9_s2(const float *r0, const float *r1, const float *r2, const typename V::T *k) {
   typename V::T s = V::mul(V::load_even(r0), k[0]);
   s = V::add(s, V::mul(V::load_even(r0 + 1), k[1]));
@@ -161,6 +199,10 @@ void bias_act_line(float *y, const float *x, float b, int64_t n, int act) {
   void conv3x3_s1_multi_##suffix(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows,      \
                                  int64_t ic, const float *k) {                                                 \
     simd::conv3x3_s1_multi<V>(out, ldo, nrows, n, rows, ic, k);                                                \
+  }                                                                                                            \
+  void conv3x3_s2_multi_##suffix(float *out, int64_t n, const float *const *rows, int64_t ic,                   \
+                                 const float *k) {                                                             \
+    simd::conv3x3_s2_multi<V>(out, n, rows, ic, k);                                                            \
   }                                                                                                            \
   void conv3x3_s2_row_##suffix(float *out, int64_t n, const float *r0, const float *r1, const float *r2,      \
                                const float *k9, bool accumulate) {                                             \
