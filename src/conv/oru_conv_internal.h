@@ -138,8 +138,9 @@ void conv3x3_s2_plane(float *out, const float *in, const float *k9, int32_t in_w
 
 // Patch panels of output row oy (panels of nr columns, the last zero-filled) and the
 // whole patch matrix of the generic shape.
+// row_buf: in_w + 2p floats whose first and last p are zero.
 void im2col_fill_row_panels(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,
-                            int32_t s, int32_t p, int32_t oy, int32_t out_w, int32_t nr);
+                            int32_t s, int32_t p, int32_t oy, int32_t out_w, int32_t nr, float *row_buf);
 void im2col_fill_matrix(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,
                         int32_t s, int32_t p, int32_t out_w, int32_t out_h);
 
