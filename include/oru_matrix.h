@@ -114,9 +114,98 @@ ORU_API uint32_t oru_export_data_to_file(const char *path, const oru_matrix *mat
 
 /* ==== Element-wise kernels and type conversion ==== */
 
+/* Matrix operations over the whole storage (stride * rows * depth bytes). The scalar of
+ * the *_scalar operations is read through its address with the matrix's float width. */
+ORU_API uint32_t oru_add(oru_matrix *dst, const oru_matrix *a, const oru_matrix *b);
+ORU_API uint32_t oru_sub(oru_matrix *dst, const oru_matrix *a, const oru_matrix *b);
+ORU_API uint32_t oru_mul(oru_matrix *dst, const oru_matrix *a, const oru_matrix *b);
+ORU_API uint32_t oru_div(oru_matrix *dst, const oru_matrix *a, const oru_matrix *b);
+ORU_API uint32_t oru_matrix_mul_scalar(oru_matrix *dst, const oru_matrix *src, const void *scalar);
+ORU_API uint32_t oru_matrix_div_scalar(oru_matrix *dst, const oru_matrix *src, const void *scalar);
+ORU_API uint32_t oru_matrix_add_scalar(oru_matrix *dst, const oru_matrix *src, const void *scalar);
+ORU_API uint32_t oru_matrix_add_matrix_mul_scalar(oru_matrix *dst, const oru_matrix *a, const oru_matrix *b,
+                                                  const void *scalar);
+/* axis 1: per column, 0: per row, -1: whole storage. */
+ORU_API uint32_t oru_sum_with_axes(void *out, const oru_matrix *m, int32_t axis);
+ORU_API uint32_t oru_mean_with_axes(void *out, const oru_matrix *m, int32_t axis);
+ORU_API uint32_t oru_sigmoid(oru_matrix *dst, const oru_matrix *src);
+ORU_API uint32_t oru_set_matrix_fixed_value(oru_matrix *m, const void *value);
+ORU_API uint32_t oru_set_matrix_identity(oru_matrix *m);
+/* mode 0 to 15: see the conversion table of the documentation. */
+ORU_API uint32_t oru_data_type_convert(oru_matrix *dst, oru_matrix *src, uint32_t mode);
+
+/* Flat kernels: no checks, no reports. dst may equal a or b. */
+ORU_API void array1d_add_real32(float *dst, int64_t n, const float *a, const float *b);
+ORU_API void array1d_add_real64(double *dst, int64_t n, const double *a, const double *b);
+ORU_API void array1d_sub_real32(float *dst, int64_t n, const float *a, const float *b);
+ORU_API void array1d_sub_real64(double *dst, int64_t n, const double *a, const double *b);
+ORU_API void array1d_mul_real32(float *dst, int64_t n, const float *a, const float *b);
+ORU_API void array1d_mul_real64(double *dst, int64_t n, const double *a, const double *b);
+ORU_API void array1d_div_real32(float *dst, int64_t n, const float *a, const float *b);
+ORU_API void array1d_div_real64(double *dst, int64_t n, const double *a, const double *b);
+ORU_API void array1d_mul_scalar_real32(float *x, int64_t n, float s);
+ORU_API void array1d_mul_scalar_real64(double *x, int64_t n, double s);
+ORU_API void array1d_div_scalar_real32(float *x, int64_t n, float s);
+ORU_API void array1d_div_scalar_real64(double *x, int64_t n, double s);
+ORU_API void array1d_add_scalar_real32(float *x, int64_t n, float s);
+ORU_API void array1d_add_scalar_real64(double *x, int64_t n, double s);
+/* dst[i] = a[i] * s + b[i] */
+ORU_API void array1d_mul_scalar_add_array1d_real32(float *dst, int64_t n, const float *a, const float *b, float s);
+ORU_API void array1d_mul_scalar_add_array1d_real64(double *dst, int64_t n, const double *a, const double *b,
+                                                   double s);
+ORU_API void array1d_set_value_real32(float *dst, int64_t n, float v);
+ORU_API void array1d_set_value_real64(double *dst, int64_t n, double v);
+ORU_API void array1d_sum_real32(float *out, const float *x, int64_t n);
+ORU_API void array1d_sum_real64(double *out, const double *x, int64_t n);
+ORU_API void array1d_sum_ai32s(int32_t *out, const int32_t *x, int64_t n);
+ORU_API void array1d_sum_ai32u(uint32_t *out, const uint32_t *x, int64_t n);
+ORU_API void array1d_sum_ai16s(int32_t *out, const int16_t *x, int64_t n);
+ORU_API void array1d_sum_ai8u(uint32_t *out, const uint8_t *x, int64_t n);
+ORU_API void array1d_power_sum_real32(float *out, const float *x, int64_t n);
+ORU_API void array1d_power_sum_real64(double *out, const double *x, int64_t n);
+ORU_API void array1d_sum_power_real32(float *sum, float *sum_sq, const float *x, int64_t n);
+ORU_API void array1d_sum_power_real64(double *sum, double *sum_sq, const double *x, int64_t n);
+ORU_API float two_arrays_dot_real32(const float *a, const float *b, int64_t n);
+ORU_API double two_arrays_dot_real64(const double *a, const double *b, int64_t n);
+/* The square of the distance: no root is taken. */
+ORU_API float two_arrays_l2_distance_real32(const float *a, const float *b, int32_t n);
+ORU_API double two_arrays_l2_distance_real64(const double *a, const double *b, int32_t n);
+ORU_API float two_arrays_l1_distance_real32(const float *a, const float *b, int32_t n);
+ORU_API double two_arrays_l1_distance_real64(const double *a, const double *b, int32_t n);
+ORU_API uint32_t oru_hamming_dist_u8(const uint8_t *a, const uint8_t *b, int32_t n);
+/* stride in elements */
+ORU_API void sum_by_coln_real32(float *out, const float *data, int32_t rows, int32_t cols, int32_t stride);
+ORU_API void sum_by_coln_real64(double *out, const double *data, int32_t rows, int32_t cols, int32_t stride);
+ORU_API void sum_by_row_real32(float *out, const float *data, int32_t rows, int32_t cols, int32_t stride);
+ORU_API void sum_by_row_real64(double *out, const double *data, int32_t rows, int32_t cols, int32_t stride);
+ORU_API void oru_array1d_sqrt_real32(float *x, int64_t n);
+ORU_API void oru_array1d_sqrt_real64(double *x, int64_t n);
+/* x[i] = e^x[i] in place, table-driven. */
+ORU_API void oru_fast_expl(double *x, int32_t n);
+
 /* ---- end of Element-wise kernels and type conversion ---- */
 
 /* ==== Matrix-vector, row-vector, transposition ==== */
+
+/* out: one value of the matrices' float type; the whole storage takes part. */
+ORU_API uint32_t oru_dot(void *out, const oru_matrix *a, const oru_matrix *b);
+/* dst[i][j] = src[i][j] op vec[j]; dst may be src. */
+ORU_API uint32_t oru_matrix_add_row_vector(oru_matrix *dst, const oru_matrix *src, const oru_matrix *vec);
+ORU_API uint32_t oru_matrix_sub_row_vector(oru_matrix *dst, const oru_matrix *src, const oru_matrix *vec);
+ORU_API uint32_t oru_matrix_mul_row_vector(oru_matrix *dst, const oru_matrix *src, const oru_matrix *vec);
+ORU_API uint32_t oru_matrix_div_row_vector(oru_matrix *dst, const oru_matrix *src, const oru_matrix *vec);
+/* dst = m * vec, or transpose(m) * vec when transposed isn't 0. */
+ORU_API uint32_t oru_matrix_mul_vector(oru_matrix *dst, const oru_matrix *m, int32_t transposed, const oru_matrix *vec);
+/* dst[i][j] = a[i] * b[j] for a column a and a row b. */
+ORU_API uint32_t oru_two_vector_outproduct(oru_matrix *dst, const oru_matrix *a, const oru_matrix *b);
+ORU_API uint32_t oru_matrix_transposition(oru_matrix *dst, const oru_matrix *src);
+/* Strides in elements. */
+ORU_API void array2d_transposition_real32(const float *src, int32_t rows, int32_t cols, int32_t src_stride,
+                                          int32_t dst_stride, float *dst);
+ORU_API void array2d_transposition_real64(const double *src, int32_t rows, int32_t cols, int32_t src_stride,
+                                          int32_t dst_stride, double *dst);
+ORU_API void array2d_inplace_trans_real32(float *x, int32_t n, int32_t stride);
+ORU_API void array2d_inplace_trans_real64(double *x, int32_t n, int32_t stride);
 
 /* ---- end of Matrix-vector, row-vector, transposition ---- */
 
@@ -222,21 +311,80 @@ ORU_API uint32_t oru_solve_linear_equation(oru_matrix *x, oru_matrix *a, const o
 
 /* ==== Jacobi SVD ==== */
 
+/* Kernels on the transposed layout: at holds n rows of m values (m >= n), steps in bytes.
+ * On return the rows of at are the left vectors, w the values in falling order and the
+ * rows of vt (if not null) the right vectors; rows n..n1-1 of at complete an orthonormal
+ * set. With vt present the process-wide random stream is reseeded. */
+ORU_API void jacobi_svd_dec_real64(double *at, int32_t astep, double *w, double *vt, int32_t vstep, int32_t m,
+                                   int32_t n, int32_t n1, double minval, double eps);
+ORU_API void jacobi_svd_dec_real32(float *at, int32_t astep, float *w, float *vt, int32_t vstep, int32_t m,
+                                   int32_t n, int32_t n1, double minval, float eps);
+/* a (aif32 or aif64) = sum of w[i] * u_i * v_i^T; u and v (either may be null) receive
+ * packed rows, one vector per row; flags bit 0 asks for the full left basis. */
+ORU_API uint32_t oru_small_matrix_svd(oru_matrix *u, oru_matrix *v, oru_matrix *w, const oru_matrix *a,
+                                      uint32_t flags);
+/* x = V diag(1/w) U^T b with negligible values dropped (minimum-norm for rank-deficient
+ * systems); flags bit 1: u holds the left vectors in rows, bit 2: v holds the right vectors
+ * in rows. b with null data gives the pseudo-inverse. */
+ORU_API uint32_t oru_solve_linear_equation_by_svd(oru_matrix *x, const oru_matrix *b, const oru_matrix *u,
+                                                  const oru_matrix *w, const oru_matrix *v, uint32_t flags);
+
 /* ---- end of Jacobi SVD ---- */
 
 /* ==== Symmetric eigen decomposition ==== */
+
+/* Jacobi rotations on the upper triangle of a; w gets the eigenvalues (aif32 falling,
+ * aif64 rising), row i of v (may be null) the vector of w[i]. keep_input 1 leaves a intact. */
+ORU_API uint32_t oru_small_symmetrical_matrix_eig(oru_matrix *w, oru_matrix *v, oru_matrix *a, uint32_t keep_input);
+/* Not provided: always ORU_RET_ERR_NOT_SUPPORT. */
+ORU_API uint32_t oru_symmetrical_matrix_eig(oru_matrix *w, oru_matrix *v, oru_matrix *a, uint32_t keep_input);
 
 /* ---- end of Symmetric eigen decomposition ---- */
 
 /* ==== Random numbers ==== */
 
+/* One process-wide MT19937 stream, unlocked: seeding restarts it for every user. */
+ORU_API void oru_rand_init(uint32_t seed);
+ORU_API uint32_t oru_randi(void);
+/* mean + std * z with z a standard normal deviate (Marsaglia polar method). */
+ORU_API double oru_get_one_randn(double mean, double std);
+/* Fills all elements of an aif32/aif64 matrix; mean and std point at values of its type. */
+ORU_API uint32_t oru_random_norm(oru_matrix *m, const void *mean, const void *std);
+/* A permutation of 0..n-1 that depends on n only; reseeds the stream with 100. */
+ORU_API uint32_t oru_randperm(int32_t *out, int32_t n);
+
 /* ---- end of Random numbers ---- */
 
 /* ==== Polynomial roots ==== */
 
+/* Tolerance of the closed forms below. */
+ORU_API extern const double eps;
+/* Monic polynomials; the result is the number of real roots, the rest of x holds
+ * complex roots as (real, imaginary) pairs, each standing for a conjugate pair. */
+ORU_API int32_t oru_solve_p2(double *x, double a, double b);
+ORU_API int32_t oru_solve_p3(double *x, double a, double b, double c);
+ORU_API int32_t oru_solve_p4(double *x, double a, double b, double c, double d);
+/* factors[0] t^4 + ... + factors[4] = 0; four candidates, complex roots as their real parts. */
+ORU_API void oru_solve_quartic(const double *factors, double *roots);
+
 /* ---- end of Polynomial roots ---- */
 
 /* ==== MD5 ==== */
+
+typedef struct oru_hash_md5_context {
+  uint32_t length;    /* message bytes so far; messages stay below 2^32 bytes */
+  uint32_t state[4];
+  uint32_t fill;      /* bytes waiting in block */
+  uint8_t block[64];
+} oru_hash_md5_context;
+
+ORU_API oru_hash_md5_context *oru_create_hash_md5_context(void);
+ORU_API uint32_t oru_hash_md5_update(oru_hash_md5_context *context, const void *data, int32_t size);
+/* Writes 16 bytes; the context is spent afterwards. */
+ORU_API uint32_t oru_hash_md5_final(oru_hash_md5_context *context, uint8_t *digest);
+ORU_API uint32_t oru_release_hash_md5_context(oru_hash_md5_context **context);
+/* One-shot digest; the low 32 bits of size count. */
+ORU_API uint32_t oru_hash_md5_sum(uint8_t *digest, const void *data, int64_t size);
 
 /* ---- end of MD5 ---- */
 

@@ -310,3 +310,27 @@ TEST(GraphRun, ExternalDeviceGetsAHeaderOutputAndNoWork) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(GraphRun, FixedPointHandleGivesUnaryNodesTheirQValues) {
+  const oru_cg_params fixed = {8, 1, 0, 0, ORU_CG_BACKEND_FIXED};
+  Graph g(&fixed);
+  ASSERT_NE(g.h, nullptr);
+  Tensor in({4});
+  auto *q = static_cast<int32_t *>(oru_calloc(8, sizeof(int32_t)));
+  q[0] = 9;
+  q[1] = 12;
+  ASSERT_EQ(oru_cg_set_ptr_q_list(g.h, q), ORU_RET_OK);
+  ASSERT_EQ(oru_add_one_edge_into_computation_graph(g.h, 0, 1), ORU_RET_OK);
+  ASSERT_EQ(oru_computation_graph_topo_sort(g.h), ORU_RET_OK);
+  ASSERT_EQ(bind_tensor(g.h, 0, ORU_CG_OP_INPUT, in.t), ORU_RET_OK);
+  ASSERT_EQ(bind_op(g.h, 1, ORU_CG_OP_RELU), ORU_RET_OK);
+  ASSERT_EQ(oru_prepare_inference_computation(g.h), ORU_RET_OK);
+  const auto *c = static_cast<const oru_cg_unary_context *>(g.h->contexts[1]);
+  EXPECT_EQ(c->q_in, 9);
+  EXPECT_EQ(c->q_out, 12);
+  EXPECT_EQ(c->backend, 0u);  // relu keeps no backend of its own
+}
+
+}  // namespace
