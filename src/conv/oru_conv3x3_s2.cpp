@@ -1,6 +1,9 @@
 // 3x3 stride 2 convolution with padding 1, scanned directly over the input: output
 // (oy, ox) is centred on input (2 oy, 2 ox); edge windows use only the taps that exist.
+#include <cstring>
+
 #include "core/oru_dispatch.h"
+#include "core/oru_scratch.h"
 #include "conv/oru_conv_internal.h"
 
 namespace oru {
@@ -50,6 +53,47 @@ void conv3x3_s2_plane(float *out, const float *in, const float *k9, int32_t in_w
       o[x] = accumulate ? o[x] + s : s;
     }
   }
+}
+
+// Standard 3x3 stride 2 convolution, padding 1: for each output row the three input rows of
+// every channel are split once into even and odd padded columns, so that every tap is a
+// contiguous load, and all input channels are summed in registers.
+uint32_t std_conv3x3_s2(const oru_tensor *output, const oru_tensor *input, const float *w,
+                        const oru_conv2d_params &p) {
+  using MultiFn = decltype(&conv3x3_s2_multi_plain);
+  static const MultiFn multi = pick(ORU_KERNEL_FORMS(conv3x3_s2_multi));
+  const int32_t in_w = input->dims[0], in_h = input->dims[1], ic = p.in_channels;
+  const int32_t out_w = output->dims[0], out_h = output->dims[1];
+  const int64_t len = int64_t(out_w) + 2;  // even[x + 1] is read for x < out_w
+  Scratch<float> split(int64_t(ic) * 6 * len, true);
+  Scratch<const float *> rows(int64_t(ic) * 6);
+  if (!split) return ORU_RET_ERR_MEMORY;
+  if (!rows) return ORU_RET_ERR_MEMORY;
+  for (int32_t oy = 0; oy < out_h; ++oy) {
+    for (int32_t i = 0; i < ic; ++i) {
+      const float *in_plane = plane(input, i);
+      for (int ky = 0; ky < 3; ++ky) {
+        float *even = split.get() + (int64_t(i) * 6 + 2 * ky) * len, *odd = even + len;
+        rows[int64_t(i) * 6 + 2 * ky] = even;
+        rows[int64_t(i) * 6 + 2 * ky + 1] = odd;
+        const int32_t y = 2 * oy - 1 + ky;
+        if (y < 0 || y >= in_h) {
+          std::memset(even, 0, size_t(2 * len) * sizeof(float));
+          continue;
+        }
+        const float *row = in_plane + int64_t(y) * in_w;
+        // Padded column q holds input column q - 1: even[j] = column 2j - 1, odd[j] = column 2j.
+        for (int64_t j = 0; j < len; ++j) {
+          const int64_t xe = 2 * j - 1, xo = 2 * j;
+          even[j] = xe >= 0 && xe < in_w ? row[xe] : 0.0f;
+          odd[j] = xo < in_w ? row[xo] : 0.0f;
+        }
+      }
+    }
+    for (int32_t o = 0; o < p.out_channels; ++o)
+      multi(plane(output, o) + int64_t(oy) * out_w, out_w, rows.get(), ic, w + int64_t(o) * ic * 9);
+  }
+  return ORU_RET_OK;
 }
 
 }  // namespace oru

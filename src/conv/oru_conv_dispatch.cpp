@@ -10,6 +10,8 @@
 namespace oru {
 uint32_t std_conv3x3_s1(const oru_tensor *output, const oru_tensor *input, const float *w,
                         const oru_conv2d_params &p);
+uint32_t std_conv3x3_s2(const oru_tensor *output, const oru_tensor *input, const float *w,
+                        const oru_conv2d_params &p);
 void conv3x3_s1_plane_ring(float *const *outs, int n_out, const float *in, const float *const *k9s, int32_t w,
                            int32_t h, float *slots, int64_t slot_len, bool accumulate);
 }  // namespace oru
@@ -30,15 +32,7 @@ ORU_API uint32_t oru_tensor_std_conv2d_chw(oru_tensor *output, const oru_tensor 
   if (st) return st;
   const oru_conv2d_params &p = *params;
   const float *w = static_cast<const float *>(weight->data);
-  if (is_3x3_pad1(p) && p.stride_w == 2 && p.stride_h == 2) {
-    int32_t in_w = input->dims[0], in_h = input->dims[1], out_w = output->dims[0], out_h = output->dims[1];
-    std::memset(output->data, 0, size_t(int64_t(out_w) * out_h * p.out_channels) * sizeof(float));
-    for (int32_t o = 0; o < p.out_channels; ++o)
-      for (int32_t i = 0; i < p.in_channels; ++i)
-        oru::conv3x3_s2_plane(oru::plane(output, o), oru::plane(input, i), w + (int64_t(o) * p.in_channels + i) * 9,
-                              in_w, in_h, out_w, out_h, true);
-    return ORU_RET_OK;
-  }
+  if (is_3x3_pad1(p) && p.stride_w == 2 && p.stride_h == 2) return oru::std_conv3x3_s2(output, input, w, p);
   // Short planes gain nothing from the ring; the general loop is the plain scan there.
   if (is_3x3_pad1(p) && p.stride_w == 1 && p.stride_h == 1 && output->dims[1] > 5)
     return oru::std_conv3x3_s1(output, input, w, p);

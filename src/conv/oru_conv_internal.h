@@ -54,6 +54,18 @@ void conv3x3_s1_row_avx512(float *out, int64_t n, const float *r0, const float *
 void conv3x3_s1_row_neon(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
                          const float *k9, bool accumulate);
 
+// Up to 4 output rows of one output channel over all its input channels: rows holds six
+// row pointers per input channel (input rows oy-1 .. oy+4), k the channel's ic kernels of 9.
+// out[r][x] = sum over i ascending of the nine-tap sum of channel i, each tap sum formed first.
+void conv3x3_s1_multi_plain(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
+                            const float *k);
+void conv3x3_s1_multi_avx2(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
+                           const float *k);
+void conv3x3_s1_multi_avx512(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
+                             const float *k);
+void conv3x3_s1_multi_neon(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
+                           const float *k);
+
 // The same with stride 2: taps of output x at columns 2x, 2x+1, 2x+2 of r0..r2.
 void conv3x3_s2_row_plain(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
                           const float *k9, bool accumulate);
@@ -63,6 +75,15 @@ void conv3x3_s2_row_avx512(float *out, int64_t n, const float *r0, const float *
                            const float *k9, bool accumulate);
 void conv3x3_s2_row_neon(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
                          const float *k9, bool accumulate);
+
+// One output row of a 3x3 stride 2 standard convolution over all input channels, from
+// deinterleaved padded rows: six pointers per channel, the even and odd columns of input
+// rows 2oy-1, 2oy, 2oy+1 (padded column q = input column q - 1). Taps of output x are
+// even[x], odd[x], even[x+1] of each row; channel sums ascending, as in the general loop.
+void conv3x3_s2_multi_plain(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
+void conv3x3_s2_multi_avx2(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
+void conv3x3_s2_multi_avx512(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
+void conv3x3_s2_multi_neon(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
 
 // A block of oc (1..4) output planes and ic (1..4) input planes of a 1x1 convolution:
 // out[o][p] += w[o * ldw + i] * in[i][p], input channels ascending, one product at a time.
@@ -117,8 +138,9 @@ void conv3x3_s2_plane(float *out, const float *in, const float *k9, int32_t in_w
 
 // Patch panels of output row oy (panels of nr columns, the last zero-filled) and the
 // whole patch matrix of the generic shape.
+// row_buf: in_w + 2p floats whose first and last p are zero.
 void im2col_fill_row_panels(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,
-                            int32_t s, int32_t p, int32_t oy, int32_t out_w, int32_t nr);
+                            int32_t s, int32_t p, int32_t oy, int32_t out_w, int32_t nr, float *row_buf);
 void im2col_fill_matrix(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,
                         int32_t s, int32_t p, int32_t out_w, int32_t out_h);
 

@@ -30,6 +30,13 @@ bool is_depthwise_mode(uint32_t mode) { return mode >= 6 && mode <= 9; }
 
 int64_t round_up(int64_t v, int64_t m) { return (v + m - 1) / m * m; }
 
+// The padded row buffer behind the panels: only its p zeros on each side need clearing.
+float *clear_margins(float *row_buf, int32_t in_w, int32_t pad) {
+  std::memset(row_buf, 0, size_t(pad) * sizeof(float));
+  std::memset(row_buf + pad + in_w, 0, size_t(pad) * sizeof(float));
+  return row_buf;
+}
+
 }  // namespace
 
 extern "C" {
@@ -114,12 +121,15 @@ ORU_API uint32_t oru_conv2d_im2col_gemm(float *output, const float *packed, cons
   const uint32_t mode = info->mode;
   if (is_depthwise_mode(mode)) {
     const int32_t taps = kernel * kernel;
-    oru::Scratch<float> panels(workers * round_up(out_w, 16) * taps);
+    // One block: the row panels, then the padded copy of one input row.
+    const int64_t panel_floats = workers * round_up(out_w, 16) * taps;
+    oru::Scratch<float> panels(panel_floats + in_w + 2 * int64_t(pad));
     if (!panels) return ORU_RET_ERR_MEMORY;
+    float *row_buf = clear_margins(panels.get() + panel_floats, in_w, pad);
     for (int32_t c = 0; c < in_channels; ++c) {
       const float *in_c = input + int64_t(c) * in_w * in_h;
       for (int32_t oy = 0; oy < out_h; ++oy) {
-        oru::im2col_fill_row_panels(panels.get(), in_c, 1, in_w, in_h, kernel, stride, pad, oy, out_w, 16);
+        oru::im2col_fill_row_panels(panels.get(), in_c, 1, in_w, in_h, kernel, stride, pad, oy, out_w, 16, row_buf);
         mat_mul_kernel_row_major(1, out_w, taps, output + int64_t(c) * plane + int64_t(oy) * out_w, int32_t(plane),
                                  packed + int64_t(c) * taps, panels.get(), 1, 16, mat_mul_1xkx16_kernel, 1.0f, 0.0f);
       }
@@ -127,13 +137,16 @@ ORU_API uint32_t oru_conv2d_im2col_gemm(float *output, const float *packed, cons
     return ORU_RET_OK;
   }
   if (mode >= 1 && mode <= 5) {
-    oru::Scratch<float> panels(workers * round_up(out_w, 8) * info->k_len);
+    const int64_t panel_floats = workers * round_up(out_w, 8) * info->k_len;
+    oru::Scratch<float> panels(panel_floats + in_w + 2 * int64_t(pad));
     if (!panels) return ORU_RET_ERR_MEMORY;
+    float *row_buf = clear_margins(panels.get() + panel_floats, in_w, pad);
     for (int32_t oy = 0; oy < out_h; ++oy) {
       if (mode == 5)
         copy_b_blocked(in_channels, out_w, 8, input + int64_t(oy) * in_w, in_w * in_h, panels.get());
       else
-        oru::im2col_fill_row_panels(panels.get(), input, in_channels, in_w, in_h, kernel, stride, pad, oy, out_w, 8);
+        oru::im2col_fill_row_panels(panels.get(), input, in_channels, in_w, in_h, kernel, stride, pad, oy, out_w, 8,
+                                    row_buf);
       mat_mul_kernel_row_major(out_channels, out_w, info->k_len, output + int64_t(oy) * out_w, int32_t(plane), packed,
                                panels.get(), 8, 8, info->kernel, 1.0f, 0.0f);
     }

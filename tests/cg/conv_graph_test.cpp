@@ -236,6 +236,42 @@ TEST(ConvGraph, FusedDepthwiseTakesChannelsKernelsAndEpsZeroIsDefault) {
   EXPECT_NEAR(got[3], expect(1, 4.0f), 1e-3);
 }
 
+TEST(ConvGraph, FusedActivationOutsideTheTableLeavesTheRawConvolution) {
+  // act 7: the convolution's output, with neither bias nor activation. One input channel of
+  // ones and a 1x1 kernel of 2 give 2 everywhere, whatever the bias and batch-norm words say.
+  oru_conv2d_act_params p{};
+  p.conv = small_params();
+  p.conv.in_channels = p.conv.out_channels = 1;
+  p.conv.kernel_w = p.conv.kernel_h = 1;
+  p.conv.stride_w = p.conv.stride_h = 1;
+  p.conv.pad_w = p.conv.pad_h = 0;
+  p.act = 7;
+  Array in{{3, 2, 1}, std::vector<float>(6, 1.0f)};
+  for (uint32_t method : {0u, 2u}) {
+    ConvGraph g(ORU_CG_OP_CONV2D_ACT, &p, method, in, {2.0f, -100.0f});
+    ASSERT_EQ(g.prepare_status, 0u);
+    ASSERT_EQ(g.run(), 0u);
+    EXPECT_EQ(values_of(g.output()), std::vector<float>(6, 2.0f)) << method;
+  }
+  // Groups between full and depthwise: no convolution runs, only the tail on the output's
+  // contents (here: ReLU with bias 1 over a cleared output gives 1).
+  oru_conv2d_act_params g2{};
+  g2.conv = small_params();
+  g2.conv.in_channels = g2.conv.out_channels = 8;
+  g2.conv.groups = 2;
+  g2.conv.kernel_w = g2.conv.kernel_h = 1;
+  g2.conv.stride_w = g2.conv.stride_h = 1;
+  g2.conv.pad_w = g2.conv.pad_h = 0;
+  g2.act = 1;
+  Array in8{{2, 2, 8}, std::vector<float>(32, 5.0f)};
+  std::vector<float> words(8 * 8 + 8, 1.0f);
+  ConvGraph g(ORU_CG_OP_CONV2D_ACT, &g2, 0, in8, words);
+  ASSERT_EQ(g.prepare_status, 0u);
+  std::fill_n(static_cast<float *>(g.output()->data), 32, 0.0f);
+  ASSERT_EQ(g.run(), 0u);
+  EXPECT_EQ(values_of(g.output()), std::vector<float>(32, 1.0f));
+}
+
 TEST(ConvGraph, RefusalsGiveStatusesNotCrashes) {
   std::vector<float> words(2 * 3 * 9 + 3, 0.1f);
   Array in{{6, 6, 2}, std::vector<float>(72, 1.0f)};
@@ -283,29 +319,36 @@ TEST(ConvGraph, RefusalsGiveStatusesNotCrashes) {
   EXPECT_EQ(oru_uninit_std_conv2d_context(&null_ctx), ORU_RET_ERR_PARA);
 }
 
-TEST(ConvGraph, RunsAllocateNothingNewAndRepeatExactly) {
-  // Direct loops without rings (stride 2, pointwise) and the im2col record, run twice.
-  oru_conv2d_params p = small_params();
+TEST(ConvGraph, RunsAllocateOnlyTheirScratchAndRepeatExactly) {
   Array in{{15, 11, 2}, oru_test::random_values<float>(330, -1, 1, 8)};
-  std::vector<float> words = oru_test::random_values<float>(2 * 3 * 9 + 3, -1, 1, 9);
-  ConvGraph direct(ORU_CG_OP_STD_CONV2D, &p, 0, in, words);
-  ASSERT_EQ(direct.prepare_status, 0u);
+  // A pointwise node of method 0 works in the output alone: no allocation at all.
+  oru_conv2d_params pw = small_params();
+  pw.kernel_w = pw.kernel_h = 1;
+  pw.stride_w = pw.stride_h = 1;
+  pw.pad_w = pw.pad_h = 0;
+  ConvGraph point(ORU_CG_OP_POINTWISE_CONV2D, &pw, 0, in, oru_test::random_values<float>(2 * 3 + 3, -1, 1, 7));
+  ASSERT_EQ(point.prepare_status, 0u);
   int64_t before = oru_test::malloc_calls();
-  ASSERT_EQ(direct.run(), 0u);
+  ASSERT_EQ(point.run(), 0u);
   EXPECT_EQ(oru_test::malloc_calls(), before);
-  std::vector<float> first = values_of(direct.output());
-  ASSERT_EQ(direct.run(), 0u);
-  EXPECT_EQ(values_of(direct.output()), first);
 
-  // Method 2 takes only its one row scratch per run, and a second run gives the same values.
-  ConvGraph gemm(ORU_CG_OP_STD_CONV2D, &p, 2, in, words);
-  ASSERT_EQ(gemm.prepare_status, 0u);
-  before = oru_test::malloc_calls();
-  ASSERT_EQ(gemm.run(), 0u);
-  EXPECT_EQ(oru_test::malloc_calls() - before, 1);
-  first = values_of(gemm.output());
-  ASSERT_EQ(gemm.run(), 0u);
-  EXPECT_EQ(values_of(gemm.output()), first);
+  // The other loops take a fixed number of scratch blocks per run (rows of the stride-2
+  // scan, the im2col row panels), the same every run, and give the same values again.
+  oru_conv2d_params p = small_params();
+  std::vector<float> words = oru_test::random_values<float>(2 * 3 * 9 + 3, -1, 1, 9);
+  for (uint32_t method : {0u, 2u}) {
+    ConvGraph g(ORU_CG_OP_STD_CONV2D, &p, method, in, words);
+    ASSERT_EQ(g.prepare_status, 0u);
+    before = oru_test::malloc_calls();
+    ASSERT_EQ(g.run(), 0u);
+    const int64_t first_count = oru_test::malloc_calls() - before;
+    EXPECT_LE(first_count, 2) << method;
+    std::vector<float> first = values_of(g.output());
+    before = oru_test::malloc_calls();
+    ASSERT_EQ(g.run(), 0u);
+    EXPECT_EQ(oru_test::malloc_calls() - before, first_count) << method;
+    EXPECT_EQ(values_of(g.output()), first) << method;
+  }
 }
 
 }  // namespace
