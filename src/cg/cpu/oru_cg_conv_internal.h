@@ -1,0 +1,40 @@
+// Inside of the convolution operators: their forward functions (reached only through the
+// handle's table), the batch-norm folding, and what the plain and fused operators share.
+#ifndef ORU_CG_CONV_INTERNAL_H
+#define ORU_CG_CONV_INTERNAL_H
+
+#include <cstdint>
+
+#include "oru_cg.h"
+
+extern "C" {
+uint32_t oru_cg_std_conv2d(void *context);
+uint32_t oru_cg_depthwise_conv2d(void *context);
+uint32_t oru_cg_conv2d_1x1(void *context);
+uint32_t oru_cg_dilated_conv2d(void *context);
+uint32_t oru_cg_transposed_conv2d(void *context);
+uint32_t oru_cg_conv2d_act(void *context);
+uint32_t oru_cg_conv2d_bn2d_act(void *context);
+
+// Folds the batch norm behind a convolution into its kernels and bias; writes nothing
+// (and returns ORU_RET_ERR_PARA) unless both tensors fit the layout.
+uint32_t oru_tensor_fuse_conv2d_bn2d_weight(oru_tensor *destination, const oru_tensor *source,
+                                            const oru_conv2d_bn2d_act_params *params);
+}
+
+namespace oru {
+
+// Output extent of the plain operators (with dilation), or 0 when it can't be made.
+int32_t conv_op_out_extent(int32_t in, int32_t kernel, int32_t stride, int32_t pad, int32_t dilation);
+
+// Finds a convolution node's input and weight among its in-edges; the last of each kind wins.
+void conv_resolve_inputs(oru_cg_handle *h, int32_t node, oru_tensor **input, oru_tensor **weight);
+
+// The operator's output tensor: the input's ndims, type and channel layout, the given plane
+// and channel count; a header only on an external device unless storage is forced.
+oru_tensor *conv_make_output(const oru_tensor *input, int32_t out_w, int32_t out_h, int32_t channels,
+                             uint32_t dev_type, bool force_storage);
+
+}  // namespace oru
+
+#endif

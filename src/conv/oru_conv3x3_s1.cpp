@@ -1,0 +1,103 @@
+// 3x3 stride 1 standard convolution with padding 1 over a ring of padded input rows:
+// each input row is copied once, with zero margins, so the inner loop tests no bound.
+#include <cstring>
+
+#include "core/oru_dispatch.h"
+#include "core/oru_scratch.h"
+#include "conv/oru_conv_internal.h"
+
+namespace oru {
+
+namespace {
+
+using RowFn = decltype(&conv3x3_s1_row_plain);
+
+RowFn row_kernel() {
+  static const RowFn k = pick(ORU_KERNEL_FORMS(conv3x3_s1_row));
+  return k;
+}
+
+}  // namespace
+
+// A ring of six padded rows of one input plane; slot of input row r is (r + 1) mod 6.
+class RowRing {
+ public:
+  RowRing(float *slots, int64_t slot_len, const float *plane, int32_t w, int32_t h)
+      : slots_(slots), len_(slot_len), plane_(plane), w_(w), h_(h) {}
+
+  float *slot(int32_t row) const { return slots_ + int64_t((row + 1 + 6) % 6) * len_; }
+
+  // Copies input row r into its slot behind a one-float zero margin; zeros outside the input.
+  void load(int32_t r) const {
+    float *s = slot(r);
+    if (r < 0 || r >= h_) {
+      std::memset(s, 0, size_t(len_) * sizeof(float));
+      return;
+    }
+    std::memcpy(s + 1, plane_ + int64_t(r) * w_, size_t(w_) * sizeof(float));
+  }
+
+  // Row pointers for output rows oy .. oy+3: input rows oy-1 .. oy+4.
+  void table(int32_t oy, const float *rows[6]) const {
+    for (int j = 0; j < 6; ++j) rows[j] = slot(oy - 1 + j);
+  }
+
+ private:
+  float *slots_;
+  int64_t len_;
+  const float *plane_;
+  int32_t w_, h_;
+};
+
+// out (+)= 3x3 convolution of one plane with padding 1, through a ring the caller owns.
+// The ring slots must be zero beyond the row (they are cleared once and rows only ever
+// overwrite the same span).
+void conv3x3_s1_plane_ring(float *const *outs, int n_out, const float *in, const float *const *k9s, int32_t w,
+                           int32_t h, float *slots, int64_t slot_len, bool accumulate) {
+  RowFn row = row_kernel();
+  RowRing ring(slots, slot_len, in, w, h);
+  ring.load(-1);
+  ring.load(0);
+  int32_t oy = 0;
+  const float *rows[6];
+  for (; oy + 4 <= h; oy += 4) {
+    for (int32_t r = oy + 1; r <= oy + 4; ++r) ring.load(r);
+    ring.table(oy, rows);
+    for (int o = 0; o < n_out; ++o)
+      for (int r = 0; r < 4; ++r)
+        row(outs[o] + int64_t(oy + r) * w, w, rows[r], rows[r + 1], rows[r + 2], k9s[o], accumulate);
+  }
+  for (; oy < h; ++oy) {
+    ring.load(oy + 1);
+    ring.table(oy, rows);
+    for (int o = 0; o < n_out; ++o)
+      row(outs[o] + int64_t(oy) * w, w, rows[0], rows[1], rows[2], k9s[o], accumulate);
+  }
+}
+
+uint32_t std_conv3x3_s1(const oru_tensor *output, const oru_tensor *input, const float *w,
+                        const oru_conv2d_params &p) {
+  int32_t in_w = input->dims[0], in_h = input->dims[1];
+  int64_t slot_len = int64_t(in_w) + 10;
+  Scratch<float> slots(6 * slot_len, true);
+  // Pointer tables for all output channels of one input channel.
+  Scratch<float *> outs(p.out_channels);
+  Scratch<const float *> ks(p.out_channels);
+  if (!slots || !outs || !ks) return ORU_RET_ERR_MEMORY;
+  std::memset(output->data, 0, size_t(int64_t(in_w) * in_h * p.out_channels) * sizeof(float));
+  for (int32_t o = 0; o < p.out_channels; ++o) outs[o] = plane(output, o);
+  for (int32_t i = 0; i < p.in_channels; ++i) {
+    for (int32_t o = 0; o < p.out_channels; ++o) ks[o] = w + (int64_t(o) * p.in_channels + i) * 9;
+    conv3x3_s1_plane_ring(outs.get(), p.out_channels, plane(input, i), ks.get(), in_w, in_h, slots.get(), slot_len,
+                          true);
+  }
+  return ORU_RET_OK;
+}
+
+}  // namespace oru
+
+extern "C" void oru_std_conv2d_3x3_s1_4cols_real32(float *out, int32_t width, const float *const *rows,
+                                                   const float *weights) {
+  auto row = oru::row_kernel();
+  for (int r = 0; r < 4; ++r) row(out + int64_t(r) * width, width, rows[r], rows[r + 1], rows[r + 2], weights, true);
+}

@@ -1,0 +1,164 @@
+// Inside of the convolution kernels: the hot row kernels with their vector forms,
+// the loops that stay internal, and the checks every public kernel shares.
+#ifndef ORU_CONV_INTERNAL_H
+#define ORU_CONV_INTERNAL_H
+
+#include <cmath>
+#include <cstdint>
+
+#include "oru_conv.h"
+
+// Internal loops and fused bias kernels; not exported.
+extern "C" {
+uint32_t oru_tensor_std_conv2d_general_chw(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                                           const oru_conv2d_params *params, const uint32_t *conv_workers);
+uint32_t oru_tensor_depthwise_conv2d_general_chw(oru_tensor *output, const oru_tensor *input,
+                                                 const oru_tensor *weight, const oru_conv2d_params *params,
+                                                 const uint32_t *conv_workers);
+void oru_std_conv2d_3x3_s1_4cols_real32(float *out, int32_t width, const float *const *rows, const float *weights);
+
+uint32_t oru_tensor_bias_relu_chw(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                                  const oru_conv2d_params *params, const uint32_t *conv_workers);
+uint32_t oru_tensor_bias_hswish_chw(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                                    const oru_conv2d_params *params, const uint32_t *conv_workers);
+uint32_t oru_tensor_bias_hsigmoid_chw(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                                      const oru_conv2d_params *params, const uint32_t *conv_workers);
+uint32_t oru_tensor_bias_leaky_relu_chw(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                                        const oru_conv2d_params *params, const uint32_t *conv_workers);
+uint32_t oru_tensor_bias_tanh_chw(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                                  const oru_conv2d_params *params, const uint32_t *conv_workers);
+uint32_t oru_tensor_bias_relu_hwg(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                                  const oru_conv2d_params *params, const uint32_t *conv_workers);
+uint32_t oru_tensor_bias_hswish_hwg(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                                    const oru_conv2d_params *params, const uint32_t *conv_workers);
+}
+
+namespace oru {
+
+// Activation codes of the bias pass; 3 (ReLU6) is the fused operators' clamp.
+enum Act : int { act_none = 0, act_relu = 1, act_hswish = 2, act_relu6 = 3, act_hsigmoid = 4,
+                 act_leaky = 5, act_tanh = 6 };
+
+constexpr float kSixth = 0.16666667f;
+
+// ---- Hot row kernels; every form has the signature of its plain twin. ----
+
+// One output row of a 3x3 stride 1 window: out[x] (+)= sum of the nine taps, r0..r2 at
+// columns x, x+1, x+2, products summed in weight order before the add.
+void conv3x3_s1_row_plain(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
+                          const float *k9, bool accumulate);
+void conv3x3_s1_row_avx2(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
+                         const float *k9, bool accumulate);
+void conv3x3_s1_row_avx512(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
+                           const float *k9, bool accumulate);
+void conv3x3_s1_row_neon(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
+                         const float *k9, bool accumulate);
+
+// The same with stride 2: taps of output x at columns 2x, 2x+1, 2x+2 of r0..r2.
+void conv3x3_s2_row_plain(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
+                          const float *k9, bool accumulate);
+void conv3x3_s2_row_avx2(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
+                         const float *k9, bool accumulate);
+void conv3x3_s2_row_avx512(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
+                           const float *k9, bool accumulate);
+void conv3x3_s2_row_neon(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
+                         const float *k9, bool accumulate);
+
+// A block of oc (1..4) output planes and ic (1..4) input planes of a 1x1 convolution:
+// out[o][p] += w[o * ldw + i] * in[i][p], input channels ascending, one product at a time.
+void pointwise_block_plain(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
+                           int64_t ldw, int oc, int ic, int64_t n);
+void pointwise_block_avx2(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
+                          int64_t ldw, int oc, int ic, int64_t n);
+void pointwise_block_avx512(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
+                            int64_t ldw, int oc, int ic, int64_t n);
+void pointwise_block_neon(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
+                          int64_t ldw, int oc, int ic, int64_t n);
+
+// y[i] = act(x[i] + b) over one line; x and y may be the same.
+void bias_act_line_plain(float *y, const float *x, float b, int64_t n, int act);
+void bias_act_line_avx2(float *y, const float *x, float b, int64_t n, int act);
+void bias_act_line_avx512(float *y, const float *x, float b, int64_t n, int act);
+void bias_act_line_neon(float *y, const float *x, float b, int64_t n, int act);
+
+// The scalar activation of one biased value; every vector form falls back to it.
+inline float act_scalar(float t, int act);
+
+// ---- Shared pieces of the public kernels. ----
+
+inline bool is_depthwise(const oru_conv2d_params &p) {
+  return p.in_channels == p.out_channels && p.out_channels == p.groups;
+}
+
+// Number of kernels n in the weight tensor (in * out, or in for depthwise).
+inline int64_t kernel_count(const oru_conv2d_params &p) {
+  return is_depthwise(p) ? int64_t(p.in_channels) : int64_t(p.in_channels) * p.out_channels;
+}
+
+// Output extent along one axis, or 0 when the shape can't be made.
+int32_t conv_out_extent(int32_t in, int32_t kernel, int32_t stride, int32_t pad, int32_t dilation);
+
+// A float tensor with data and three usable dimensions.
+bool tensor_usable(const oru_tensor *t);
+
+// The checks of every direct kernel: tensors, channels against the record, and an output
+// plane that matches the shape formula (so a mismatched tensor can't be written past its end).
+uint32_t check_direct_args(const oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                           const oru_conv2d_params *params, bool use_dilation);
+
+// Plane of a tensor's channel c in CHW.
+inline float *plane(const oru_tensor *t, int64_t c) {
+  return static_cast<float *>(t->data) + c * int64_t(t->dims[0]) * t->dims[1];
+}
+
+// Shared plane loops of the 3x3 kernels (padding 1): out (+)= conv(in, k9).
+void conv3x3_s2_plane(float *out, const float *in, const float *k9, int32_t in_w, int32_t in_h, int32_t out_w,
+                      int32_t out_h, bool accumulate);
+
+// Patch panels of output row oy (panels of nr columns, the last zero-filled) and the
+// whole patch matrix of the generic shape.
+void im2col_fill_row_panels(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,
+                            int32_t s, int32_t p, int32_t oy, int32_t out_w, int32_t nr);
+void im2col_fill_matrix(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,
+                        int32_t s, int32_t p, int32_t out_w, int32_t out_h);
+
+// Bias plus activation over CHW and HWG output (act_relu6 included).
+uint32_t bias_act_chw(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                      const oru_conv2d_params *params, int act);
+uint32_t bias_act_hwg(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                      const oru_conv2d_params *params, int act);
+
+inline float act_scalar(float t, int act) {
+  switch (act) {
+    case act_relu: return t > 0.0f ? t : 0.0f;
+    case act_hswish: {
+      float c = t + 3.0f;
+      c = c > 0.0f ? c : 0.0f;
+      c = c < 6.0f ? c : 6.0f;
+      return (t * c) * kSixth;
+    }
+    case act_relu6: {
+      float c = t > 0.0f ? t : 0.0f;
+      return c < 6.0f ? c : 6.0f;
+    }
+    case act_hsigmoid: {
+      float c = t + 3.0f;
+      c = c > 0.0f ? c : 0.0f;
+      c = c < 6.0f ? c : 6.0f;
+      return c * kSixth;
+    }
+    case act_leaky: {
+      float s = 0.1f * t;
+      return t >= s ? t : s;
+    }
+    case act_tanh: {
+      float e = std::exp(2.0f * t);
+      return (e - 1.0f) / (e + 1.0f);
+    }
+    default: return t;
+  }
+}
+
+}  // namespace oru
+
+#endif

@@ -1,0 +1,57 @@
+// Plain forms of the hot row kernels: the reference for the vector forms, and what
+// processors without a vector form run.
+#include "conv/oru_conv_internal.h"
+
+namespace oru {
+
+void conv3x3_s1_row_plain(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
+                          const float *k9, bool accumulate) {
+  for (int64_t x = 0; x < n; ++x) {
+    float s = r0[x] * k9[0];
+    s += r0[x + 1] * k9[1];
+    s += r0[x + 2] * k9[2];
+    s += r1[x] * k9[3];
+    s += r1[x + 1] * k9[4];
+    s += r1[x + 2] * k9[5];
+    s += r2[x] * k9[6];
+    s += r2[x + 1] * k9[7];
+    s += r2[x + 2] * k9[8];
+    out[x] = accumulate ? out[x] + s : s;
+  }
+}
+
+void conv3x3_s2_row_plain(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
+                          const float *k9, bool accumulate) {
+  for (int64_t x = 0; x < n; ++x) {
+    int64_t c = 2 * x;
+    float s = r0[c] * k9[0];
+    s += r0[c + 1] * k9[1];
+    s += r0[c + 2] * k9[2];
+    s += r1[c] * k9[3];
+    s += r1[c + 1] * k9[4];
+    s += r1[c + 2] * k9[5];
+    s += r2[c] * k9[6];
+    s += r2[c + 1] * k9[7];
+    s += r2[c + 2] * k9[8];
+    out[x] = accumulate ? out[x] + s : s;
+  }
+}
+
+void pointwise_block_plain(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
+                           int64_t ldw, int oc, int ic, int64_t n) {
+  for (int o = 0; o < oc; ++o) {
+    float *dst = out + o * out_plane;
+    const float *wo = w + o * ldw;
+    for (int64_t p = 0; p < n; ++p) {
+      float acc = dst[p];
+      for (int i = 0; i < ic; ++i) acc += wo[i] * in[i * in_plane + p];
+      dst[p] = acc;
+    }
+  }
+}
+
+void bias_act_line_plain(float *y, const float *x, float b, int64_t n, int act) {
+  for (int64_t i = 0; i < n; ++i) y[i] = act_scalar(x[i] + b, act);
+}
+
+}  // namespace oru

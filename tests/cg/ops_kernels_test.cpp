@@ -1,0 +1,243 @@
+// Vector forms of the element-wise and pooling kernels against their plain twins, and the
+// vector exponential against double-precision references.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "cg/cpu/oru_act_kernels.h"
+#include "cg/cpu/oru_pool_kernels.h"
+#include "oru_test_util.h"
+
+namespace {
+
+using oru::Isa;
+
+uint32_t bits(float f) {
+  uint32_t u;
+  std::memcpy(&u, &f, 4);
+  return u;
+}
+
+// Distance in units in the last place between two finite floats of the same sign region.
+int64_t ulp_distance(float a, float b) {
+  auto key = [](float f) {
+    int32_t i;
+    std::memcpy(&i, &f, 4);
+    return i < 0 ? int64_t(INT32_MIN) - i : int64_t(i);
+  };
+  return std::llabs(key(a) - key(b));
+}
+
+const int64_t kLengths[] = {0, 1, 3, 7, 8, 9, 15, 16, 17, 31, 33, 64, 100, 1000};
+
+TEST(ActKernels, HswishFormsAgreeBitForBit) {
+  for (int64_t n : kLengths) {
+    auto x = oru_test::random_values<float>(n, -8.0, 8.0, 11u + uint32_t(n));
+    if (n > 2) x[1] = -3.0f, x[2] = 3.0f;
+    std::vector<float> ref(n);
+    oru::hswish_f32_plain(ref.data(), x.data(), n);
+    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::hswish_f32), [&](Isa isa, auto f) {
+      std::vector<float> y(n + 1, 123.0f);
+      f(y.data(), x.data(), n);
+      for (int64_t i = 0; i < n; ++i) ASSERT_EQ(bits(y[i]), bits(ref[i])) << oru::isa_name(isa) << " n=" << n << " i=" << i;
+      EXPECT_EQ(y[n], 123.0f) << "wrote past the end";
+    });
+  }
+}
+
+TEST(ActKernels, HswishValuesFromTheFormula) {
+  const float x[] = {-4.0f, -3.0f, 0.0f, 1.0f, 3.0f, 10.0f};
+  float y[6];
+  oru::hswish_f32(y, x, 6);
+  EXPECT_EQ(y[0], 0.0f);
+  EXPECT_EQ(y[1], 0.0f);
+  EXPECT_EQ(y[2], 0.0f);
+  EXPECT_NEAR(y[3], 4.0 / 6.0, 1e-7);
+  EXPECT_NEAR(y[4], 3.0, 1e-6);
+  EXPECT_NEAR(y[5], 10.0, 1e-5);
+}
+
+TEST(ActKernels, SigmoidFormsWithinFewUlpOfDouble) {
+  for (int64_t n : kLengths) {
+    auto x = oru_test::random_values<float>(n, -30.0, 30.0, 21u + uint32_t(n));
+    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::sigmoid_f32), [&](Isa isa, auto f) {
+      std::vector<float> y(n);
+      f(y.data(), x.data(), n);
+      for (int64_t i = 0; i < n; ++i) {
+        const double e = std::exp(double(x[i]));
+        const float ref = float(e / (e + 1.0));
+        ASSERT_LE(ulp_distance(y[i], ref), 4) << oru::isa_name(isa) << " x=" << x[i];
+      }
+    });
+  }
+}
+
+TEST(ActKernels, SigmoidExtremesFollowExpf) {
+  // e^x overflows above about 88.72: the quotient inf / inf is NaN, as with expf.
+  const float x[] = {-200.0f, -90.0f, -87.0f, 0.0f, 88.0f, 89.0f, 200.0f, std::numeric_limits<float>::infinity(),
+                     -std::numeric_limits<float>::infinity(), std::nanf("")};
+  const int64_t n = 10;
+  std::vector<float> ref(n);
+  oru::sigmoid_f32_plain(ref.data(), x, n);
+  // Pad to a full vector of each width so the vector body, not the tail, sees them.
+  std::vector<float> xs(32, 0.0f);
+  std::copy(x, x + n, xs.begin());
+  oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::sigmoid_f32), [&](Isa isa, auto f) {
+    std::vector<float> y(32);
+    f(y.data(), xs.data(), 32);
+    for (int64_t i = 0; i < n; ++i) {
+      if (std::isnan(ref[i])) {
+        EXPECT_TRUE(std::isnan(y[i])) << oru::isa_name(isa) << " x=" << x[i];
+      } else {
+        EXPECT_NEAR(y[i], ref[i], 1e-7) << oru::isa_name(isa) << " x=" << x[i];
+      }
+    }
+    EXPECT_EQ(y[3], 0.5f);
+  });
+}
+
+void softmax_reference(std::vector<double> &y, const std::vector<float> &x, int64_t rows, int64_t len) {
+  y.assign(x.size(), 0.0);
+  for (int64_t r = 0; r < rows; ++r) {
+    double m = -1e300, s = 0;
+    for (int64_t i = 0; i < len; ++i) m = std::max(m, double(x[r * len + i]));
+    for (int64_t i = 0; i < len; ++i) s += std::exp(double(x[r * len + i]) - m);
+    for (int64_t i = 0; i < len; ++i) y[r * len + i] = std::exp(double(x[r * len + i]) - m) / s;
+  }
+}
+
+TEST(ActKernels, SoftmaxFormsAgainstDoubleReference) {
+  std::mt19937 gen(5);
+  for (int trial = 0; trial < 40; ++trial) {
+    const int64_t len = trial < 10 ? 2 : 1 + int64_t(gen() % 70);
+    const int64_t rows = 1 + int64_t(gen() % 50);
+    auto x = oru_test::random_values<float>(size_t(rows * len), -20.0, 20.0, 100u + trial);
+    std::vector<double> ref;
+    softmax_reference(ref, x, rows, len);
+    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::softmax_rows_f32), [&](Isa isa, auto f) {
+      // In place, as the graph runs it.
+      std::vector<float> y = x;
+      f(y.data(), y.data(), rows, len);
+      // y = exp(x - t): the rounding of t = m + log S is about |m| ulp, and x - t scales
+      // the exponential's own error by -log(y).
+      for (size_t i = 0; i < y.size(); ++i) {
+        float m = x[i / len * len];
+        for (int64_t j = 0; j < len; ++j) m = std::max(m, x[i / len * len + j]);
+        ASSERT_NEAR(y[i], ref[i], 1.2e-7 * (std::fabs(m) + 4.0 - std::log(ref[i])) * ref[i] + 1e-37)
+            << oru::isa_name(isa) << " rows=" << rows << " len=" << len << " i=" << i;
+      }
+    });
+  }
+}
+
+TEST(ActKernels, SoftmaxHugeAndEqualRows) {
+  for (int64_t len : {2, 5, 37}) {
+    std::vector<float> x(size_t(3 * len), 7.0f);
+    for (int64_t i = 0; i < len; ++i) x[size_t(len + i)] = i == 0 ? 1e30f : 0.0f;
+    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::softmax_rows_f32), [&](Isa isa, auto f) {
+      std::vector<float> y(x.size());
+      f(y.data(), x.data(), 3, len);
+      for (int64_t i = 0; i < len; ++i) {
+        EXPECT_NEAR(y[size_t(i)], 1.0 / double(len), 1e-6) << oru::isa_name(isa);
+        EXPECT_EQ(y[size_t(len + i)], i == 0 ? 1.0f : 0.0f) << oru::isa_name(isa);
+      }
+    });
+  }
+}
+
+TEST(ActKernels, AddFormsAgreeBitForBit) {
+  for (int64_t n : kLengths) {
+    auto a = oru_test::random_values<float>(n, -5.0, 5.0, 1u + uint32_t(n));
+    auto b = oru_test::random_values<float>(n, -5.0, 5.0, 2u + uint32_t(n));
+    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::add_f32), [&](Isa isa, auto f) {
+      std::vector<float> y(n);
+      f(y.data(), a.data(), b.data(), n);
+      for (int64_t i = 0; i < n; ++i) ASSERT_EQ(y[i], a[i] + b[i]) << oru::isa_name(isa);
+    });
+    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::add_scalar_f32), [&](Isa isa, auto f) {
+      std::vector<float> y(n);
+      f(y.data(), a.data(), 0.375f, n);
+      for (int64_t i = 0; i < n; ++i) ASSERT_EQ(y[i], a[i] + 0.375f) << oru::isa_name(isa);
+    });
+  }
+}
+
+TEST(ActKernels, Relu6Clamps) {
+  const float x[] = {-1.0f, 0.0f, 3.0f, 6.0f, 7.0f, -0.0f, std::nanf("")};
+  float y[7];
+  oru::relu6_f32(y, x, 7);
+  const float want[] = {0.0f, 0.0f, 3.0f, 6.0f, 6.0f, 0.0f, 0.0f};
+  for (int i = 0; i < 7; ++i) EXPECT_EQ(bits(y[i]), bits(want[i])) << i;
+}
+
+// Reference pooling straight from the definition, in double for the average.
+void pool_reference(std::vector<float> &out, const std::vector<float> &in, int32_t w, int32_t h, int32_t c, int32_t k,
+                    bool is_max) {
+  const int32_t ow = w / k, oh = h / k;
+  out.assign(size_t(ow) * oh * c, 0.0f);
+  for (int32_t ch = 0; ch < c; ++ch)
+    for (int32_t oy = 0; oy < oh; ++oy)
+      for (int32_t ox = 0; ox < ow; ++ox) {
+        double acc = is_max ? -1e300 : 0.0;
+        for (int32_t y = 0; y < k; ++y)
+          for (int32_t x = 0; x < k; ++x) {
+            const double v = in[size_t(ch) * w * h + size_t(oy * k + y) * w + size_t(ox * k + x)];
+            acc = is_max ? std::max(acc, v) : acc + v;
+          }
+        out[size_t(ch) * ow * oh + size_t(oy) * ow + ox] = float(is_max ? acc : acc / (k * k));
+      }
+}
+
+TEST(PoolKernels, FormsAgreeWithPlainAndReference) {
+  std::mt19937 gen(9);
+  for (int trial = 0; trial < 30; ++trial) {
+    const int32_t k = trial % 3 == 2 ? 3 : 2;
+    const int32_t w = k * (1 + int32_t(gen() % 40)), h = k * (1 + int32_t(gen() % 6)), c = 1 + int32_t(gen() % 5);
+    auto in = oru_test::random_values<float>(size_t(w) * h * c, -3.0, -0.5 + trial % 2 * 4.0, 300u + trial);
+    for (bool is_max : {true, false}) {
+      std::vector<float> ref;
+      pool_reference(ref, in, w, h, c, k, is_max);
+      std::vector<float> plain(ref.size());
+      oru::PoolPlanes p{in.data(), plain.data(), w, int64_t(w) * h, w / k, h / k, int64_t(w / k) * (h / k), c, k, k};
+      (is_max ? oru::max_pool2d_f32_plain : oru::avg_pool2d_f32_plain)(p);
+      for (size_t i = 0; i < ref.size(); ++i) ASSERT_NEAR(plain[i], ref[i], 1e-5) << "w=" << w << " k=" << k;
+      auto check = [&](Isa isa, auto f) {
+        std::vector<float> y(ref.size() + 1, 77.0f);
+        oru::PoolPlanes q = p;
+        q.out = y.data();
+        f(q);
+        for (size_t i = 0; i < ref.size(); ++i) ASSERT_EQ(bits(y[i]), bits(plain[i])) << oru::isa_name(isa) << " w=" << w;
+        EXPECT_EQ(y[ref.size()], 77.0f);
+      };
+      if (is_max)
+        oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::max_pool2d_f32), check);
+      else
+        oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::avg_pool2d_f32), check);
+    }
+  }
+}
+
+TEST(PoolKernels, GlobalWindowOverManyPlanes) {
+  const int32_t w = 7, c = 13;
+  auto in = oru_test::random_values<float>(size_t(w) * w * c, -2.0, 1.0, 77u);
+  for (bool is_max : {true, false}) {
+    std::vector<float> ref;
+    pool_reference(ref, in, w, w, c, w, is_max);
+    std::vector<float> y(c);
+    oru::PoolPlanes p{in.data(), y.data(), w, w * w, 1, 1, 1, c, w, w};
+    (is_max ? oru::max_pool2d_f32 : oru::avg_pool2d_f32)(p);
+    for (int32_t i = 0; i < c; ++i) EXPECT_NEAR(y[i], ref[i], 1e-6);
+    if (is_max) {
+      // The sum order is fixed: the same as one window at a time.
+      for (int32_t i = 0; i < c; ++i) EXPECT_EQ(y[i], oru::pool_detail::window<true>(in.data() + i * w * w, w, w, w));
+    } else {
+      for (int32_t i = 0; i < c; ++i) EXPECT_EQ(y[i], oru::pool_detail::window<false>(in.data() + i * w * w, w, w, w));
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,103 @@
+// Reader of the PyTorch reference cases (tests/oracles/conv_reference.py) and small tensor
+// helpers shared by the kernel and the graph tests of convolution.
+#ifndef ORU_TESTS_CONV_CASE_FILE_H
+#define ORU_TESTS_CONV_CASE_FILE_H
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "oru_test_util.h"
+#include "orucore.h"
+
+namespace conv_test {
+
+struct Array {
+  std::vector<int32_t> dims;
+  std::vector<float> values;
+};
+
+struct Case {
+  int32_t kind = 0;  // 0 convolution, 1 transposed, 2 conv + batch norm + act, 3 conv + act
+  oru_conv2d_params params{};
+  int32_t act = 0;
+  float bn_eps = 0.0f;
+  Array input, weight, expected;
+};
+
+inline std::vector<Case> load_cases() {
+  std::vector<uint8_t> bytes = oru_test::read_file(oru_test::data_path("conv/conv_cases.bin"));
+  std::vector<Case> cases;
+  size_t at = 0;
+  auto take = [&](void *dst, size_t n) {
+    if (at + n > bytes.size()) return false;
+    std::memcpy(dst, bytes.data() + at, n);
+    at += n;
+    return true;
+  };
+  auto take_array = [&](Array &a) {
+    int32_t nd = 0;
+    if (!take(&nd, 4) || nd < 1 || nd > 5) return false;
+    a.dims.resize(size_t(nd));
+    if (!take(a.dims.data(), 4 * size_t(nd))) return false;
+    size_t n = 1;
+    for (int32_t d : a.dims) n *= size_t(d);
+    a.values.resize(n);
+    return take(a.values.data(), 4 * n);
+  };
+  char magic[8];
+  int32_t count = 0;
+  if (!take(magic, 8) || std::memcmp(magic, "ORUCONV1", 8) != 0 || !take(&count, 4)) return cases;
+  for (int32_t i = 0; i < count; ++i) {
+    Case c;
+    if (!take(&c.kind, 4) || !take(&c.params, sizeof c.params) || !take(&c.act, 4) || !take(&c.bn_eps, 4) ||
+        !take_array(c.input) || !take_array(c.weight) || !take_array(c.expected))
+      break;
+    cases.push_back(std::move(c));
+  }
+  return cases;
+}
+
+struct TensorDeleter {
+  void operator()(oru_tensor *t) const { oru_release_tensor(&t); }
+};
+using TensorPtr = std::unique_ptr<oru_tensor, TensorDeleter>;
+
+inline TensorPtr make_tensor(const std::vector<int32_t> &dims, const std::vector<float> &values = {}) {
+  TensorPtr t(oru_create_tensor(int32_t(dims.size()), dims.data(), aif32));
+  if (t && !values.empty()) std::memcpy(t->data, values.data(), values.size() * sizeof(float));
+  return t;
+}
+
+inline std::vector<float> values_of(const oru_tensor *t) {
+  const float *p = static_cast<const float *>(t->data);
+  return std::vector<float>(p, p + t->total_elements);
+}
+
+// Largest error relative to 1 + |reference| over the two arrays; infinity on a size mismatch.
+inline double max_rel_error(const std::vector<float> &got, const std::vector<float> &ref) {
+  if (got.size() != ref.size()) return INFINITY;
+  double worst = 0.0;
+  for (size_t i = 0; i < ref.size(); ++i) {
+    double e = std::fabs(double(got[i]) - ref[i]) / (1.0 + std::fabs(double(ref[i])));
+    if (!(e <= worst)) worst = e;  // NaN counts as the worst
+  }
+  return worst;
+}
+
+inline std::string describe(const Case &c) {
+  const oru_conv2d_params &p = c.params;
+  char buf[200];
+  std::snprintf(buf, sizeof buf, "kind %d ic %d oc %d k %dx%d s %d,%d p %d,%d d %d g %d bias %d act %d in %dx%d",
+                c.kind, p.in_channels, p.out_channels, p.kernel_w, p.kernel_h, p.stride_w, p.stride_h, p.pad_w,
+                p.pad_h, p.dilation_w, p.groups, p.has_bias, c.act, c.input.dims[0], c.input.dims[1]);
+  return buf;
+}
+
+}  // namespace conv_test
+
+#endif
