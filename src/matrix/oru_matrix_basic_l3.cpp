@@ -89,9 +89,13 @@ bool blocked_strided(int32_t m, int32_t n, int32_t k, const T *a, int64_t rs_a, 
     scale_rows(m, n, c, ldc, beta);
     return true;
   }
-  // Fixed-size panel buffers, taken once for the whole call.
-  Scratch<T> pa(int64_t(kBlockM) * kBlockK), pb(int64_t(kBlockN) * kBlockK);
-  if (!pa || !pb) return false;
+  // Fixed-size panel buffers for A and B, taken once for the whole call as one block: a
+  // single block of this size stays with the system allocator between calls, where two
+  // separate ones get trimmed and faulted in again every time.
+  Scratch<T> panels(int64_t(kBlockM) * kBlockK + int64_t(kBlockN) * kBlockK);
+  if (!panels) return false;
+  T *const buf_a = panels.get();
+  T *const buf_b = buf_a + int64_t(kBlockM) * kBlockK;
   alignas(64) T tile[MR * NR];
   for (int32_t i0 = 0; i0 < m; i0 += kBlockM) {
     const int32_t mb = m - i0 < kBlockM ? m - i0 : kBlockM;
@@ -99,16 +103,16 @@ bool blocked_strided(int32_t m, int32_t n, int32_t k, const T *a, int64_t rs_a, 
       const int32_t kb = k - l0 < kBlockK ? k - l0 : kBlockK;
       // Later inner blocks add to what the first one left.
       const T beta_block = l0 == 0 ? beta : T(1);
-      pack_a(mb, kb, MR, a + i0 * rs_a + l0 * cs_a, rs_a, cs_a, pa.get());
+      pack_a(mb, kb, MR, a + i0 * rs_a + l0 * cs_a, rs_a, cs_a, buf_a);
       for (int32_t j0 = 0; j0 < n; j0 += kBlockN) {
         const int32_t nb = n - j0 < kBlockN ? n - j0 : kBlockN;
-        pack_b(kb, nb, NR, b + l0 * rs_b + j0 * cs_b, rs_b, cs_b, pb.get());
+        pack_b(kb, nb, NR, b + l0 * rs_b + j0 * cs_b, rs_b, cs_b, buf_b);
         for (int32_t ti = 0; ti < mb; ti += MR) {
           const int32_t rows = mb - ti < MR ? mb - ti : MR;
-          const T *panel_a = pa.get() + int64_t(ti) * kb;
+          const T *panel_a = buf_a + int64_t(ti) * kb;
           for (int32_t tj = 0; tj < nb; tj += NR) {
             const int32_t cols = nb - tj < NR ? nb - tj : NR;
-            const T *panel_b = pb.get() + int64_t(tj) * kb;
+            const T *panel_b = buf_b + int64_t(tj) * kb;
             T *ct = c + (i0 + ti) * ldc + j0 + tj;
             if (rows == MR && cols == NR) {
               kernel(kb, panel_a, panel_b, ct, ldc, 1, alpha, beta_block);
@@ -310,18 +314,21 @@ ORU_API void blocked_mat_mul_row_major_real32(int32_t m, int32_t n, int32_t k, c
   // A block rounded up to whole panels when the tile doesn't divide the block.
   const int64_t rows_a = kBlockAny % mr ? kBlockAny + mr - kBlockAny % mr : kBlockAny;
   const int64_t cols_b = kBlockAny % nr ? kBlockAny + nr - kBlockAny % nr : kBlockAny;
-  oru::Scratch<float> pa(rows_a * kBlockAny), pb(cols_b * kBlockAny);
-  if (!pa || !pb) return;
+  // Both panel buffers in one block, which the system allocator keeps between calls.
+  oru::Scratch<float> panels(rows_a * kBlockAny + cols_b * kBlockAny);
+  if (!panels) return;
+  float *const buf_a = panels.get();
+  float *const buf_b = buf_a + rows_a * kBlockAny;
   for (int32_t i0 = 0; i0 < m; i0 += kBlockAny) {
     const int32_t mb = m - i0 < kBlockAny ? m - i0 : kBlockAny;
     for (int32_t l0 = 0; l0 < k; l0 += kBlockAny) {
       const int32_t kb = k - l0 < kBlockAny ? k - l0 : kBlockAny;
       const float beta_block = l0 == 0 ? beta : 1.0f;
-      copy_a_blocked(mb, kb, mr, a + int64_t(i0) * lda + l0, lda, pa.get());
+      copy_a_blocked(mb, kb, mr, a + int64_t(i0) * lda + l0, lda, buf_a);
       for (int32_t j0 = 0; j0 < n; j0 += kBlockAny) {
         const int32_t nb = n - j0 < kBlockAny ? n - j0 : kBlockAny;
-        copy_b_blocked(kb, nb, nr, b + int64_t(l0) * ldb + j0, ldb, pb.get());
-        mat_mul_kernel_row_major(mb, nb, kb, c + int64_t(i0) * ldc + j0, ldc, pa.get(), pb.get(),
+        copy_b_blocked(kb, nb, nr, b + int64_t(l0) * ldb + j0, ldb, buf_b);
+        mat_mul_kernel_row_major(mb, nb, kb, c + int64_t(i0) * ldc + j0, ldc, buf_a, buf_b,
                                  mr, nr, kernel, alpha, beta_block);
       }
     }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "gemm_test_util.h"
@@ -107,14 +108,14 @@ TEST(GemmFlat, QuickExitsAndAlphaZero) {
   EXPECT_EQ(c, (std::vector<float>{-3, -6, -9, -12}));
 }
 
-TEST(GemmFlat, PanelBuffersAreTakenOncePerCall) {
+TEST(GemmFlat, PanelBuffersAreTakenOnceForTheCall) {
   const int m = 100, n = 100, k = 1100;  // many tiles and three inner blocks
   const auto a = oru_test::random_values<float>(size_t(m) * k, -1, 1, 3);
   const auto b = oru_test::random_values<float>(size_t(k) * n, -1, 1, 4);
   std::vector<float> c(size_t(m) * n);
   const int64_t before = oru_test::malloc_calls();
   oru_matrix_mul_real32(0, 0, m, n, k, a.data(), k, b.data(), n, c.data(), n, 1.0f, 0.0f);
-  EXPECT_EQ(oru_test::malloc_calls() - before, 2);
+  EXPECT_EQ(oru_test::malloc_calls() - before, 1);
 }
 
 // The exported any-tile multiply with the convolution's kernels and with a tile shape that
@@ -214,8 +215,8 @@ void check_records_all_transpositions(int m, int n, int k) {
   uint32_t seed = 77;
   for (int ta = 0; ta < 2; ++ta)
     for (int tb = 0; tb < 2; ++tb)
-      for (double alpha : {1.0, -2.0})
-        for (double beta : {0.0, 1.0, 2.0}) {
+      for (const auto &ab : {std::pair<double, double>{1.0, 0.0}, {-2.0, 1.0}, {0.5, 2.0}}) {
+          const double alpha = ab.first, beta = ab.second;
           const int ar = ta ? k : m, ac = ta ? m : k, br = tb ? n : k, bc = tb ? k : n;
           const auto a = oru_test::random_values<T>(size_t(ar) * ac, -1, 1, seed++);
           const auto b = oru_test::random_values<T>(size_t(br) * bc, -1, 1, seed++);

@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <vector>
 
+#include "core/oru_dispatch.h"
 #include "gemm_test_util.h"
+#include "matrix/oru_small_matrix_mul_impl.h"
 #include "oru_matrix.h"
 #include "oru_test_util.h"
 
@@ -124,6 +127,47 @@ TEST(SmallMul, EmptySumAppliesBetaOnly) {
       kr.fn(a, ar, ac, 1, b, 3, 1, c.data(), 3, 1.0f, beta);
       for (int e = 0; e < 6; ++e) EXPECT_EQ(c[e], c0[e] * beta) << kr.name;
     }
+}
+
+// Every instruction-set form runs the same per-element order as the plain one: equal bits.
+#define SMALL_FORMS(FORM)                                                                     \
+  oru::KernelForms<decltype(&oru::FORM##_plain)> {                                            \
+    &oru::FORM##_plain, ORU_AVX2_FORM(&oru::FORM##_avx2), ORU_AVX512_FORM(&oru::FORM##_avx512), \
+        ORU_NO_FORM                                                                           \
+  }
+
+template <typename T, typename Fn>
+void check_forms(const oru::KernelForms<Fn> &forms, bool ta, bool tb, const char *name) {
+  uint32_t seed = 5000;
+  for (int m : {1, 3, 4, 7, 8, 9, 21})
+    for (int n : {1, 2, 5, 16, 37})
+      for (int k : {0, 1, 2, 5, 17}) {
+        const int ar = ta ? k : m, ac = ta ? m : k, br = tb ? n : k, bc = tb ? k : n;
+        const int lda = ac + 1, ldb = bc + 2, ldc = n + 1;
+        const auto a = oru_test::random_values<T>(size_t(ar) * lda + 1, -1, 1, seed++);
+        const auto b = oru_test::random_values<T>(size_t(br) * ldb + 1, -1, 1, seed++);
+        const auto c0 = oru_test::random_values<T>(size_t(m) * ldc, -1, 1, seed++);
+        const T alpha = T(seed % 2 ? 1.0 : 0.75), beta = T(seed % 3 == 0 ? 0.0 : seed % 3 == 1 ? 1.0 : -2.0);
+        std::vector<T> expect = c0;
+        forms.plain(a.data(), ar, ac, lda, b.data(), tb ? br : bc, ldb, expect.data(), ldc, alpha, beta);
+        oru::for_each_runnable_form(forms, [&](oru::Isa isa, Fn f) {
+          std::vector<T> got = c0;
+          f(a.data(), ar, ac, lda, b.data(), tb ? br : bc, ldb, got.data(), ldc, alpha, beta);
+          ASSERT_EQ(0, std::memcmp(got.data(), expect.data(), got.size() * sizeof(T)))
+              << name << " " << oru::isa_name(isa) << " m=" << m << " n=" << n << " k=" << k;
+        });
+      }
+}
+
+TEST(SmallMul, VectorFormsMatchPlainBits) {
+  check_forms<float>(SMALL_FORMS(small_mul_ab_real32), false, false, "A B");
+  check_forms<float>(SMALL_FORMS(small_mul_abt_real32), false, true, "A Bt");
+  check_forms<float>(SMALL_FORMS(small_mul_atb_real32), true, false, "At B");
+  check_forms<float>(SMALL_FORMS(small_mul_atbt_real32), true, true, "At Bt");
+  check_forms<double>(SMALL_FORMS(small_mul_ab_real64), false, false, "A B");
+  check_forms<double>(SMALL_FORMS(small_mul_abt_real64), false, true, "A Bt");
+  check_forms<double>(SMALL_FORMS(small_mul_atb_real64), true, false, "At B");
+  check_forms<double>(SMALL_FORMS(small_mul_atbt_real64), true, true, "At Bt");
 }
 
 }  // namespace
