@@ -1,5 +1,5 @@
 /* face_detect IMAGE.bmp [-o OUT.bmp] [--threshold 0.7] [--iou 0.3] [--repeat N]
- *             [--keep-aspect] [--model PATH] [--method 0|2]
+ *             [--keep-aspect] [--model PATH] [--method auto|0|2]
  * Prints one "x0 y0 x1 y1 score" line per face, best first, in the image's pixels, and
  * draws the boxes on a copy of the image. */
 #include <stdio.h>
@@ -19,7 +19,7 @@
 static int usage(void) {
   fprintf(stderr,
           "usage: face_detect IMAGE.bmp [-o OUT.bmp] [--threshold 0.7] [--iou 0.3] [--repeat N] "
-          "[--keep-aspect] [--model PATH] [--method 0|2]\n");
+          "[--keep-aspect] [--model PATH] [--method auto|0|2]\n");
   return 1;
 }
 
@@ -84,7 +84,7 @@ static void draw_box(oru_image *img, const float *r) {
 int main(int argc, char **argv) {
   const char *image_path = NULL, *out_path = NULL, *model = ULTRAFACE_DEFAULT_MODEL;
   float threshold = 0.7f, iou = 0.3f;
-  int repeat = 0, keep_aspect = 0, method = 2;
+  int repeat = 0, keep_aspect = 0, method = (int)ULTRAFACE_METHOD_PER_LAYER;
   for (int i = 1; i < argc; ++i) {
     const char *a = argv[i];
     int has_value = i + 1 < argc;
@@ -93,12 +93,15 @@ int main(int argc, char **argv) {
     else if (!strcmp(a, "--iou") && has_value) iou = strtof(argv[++i], NULL);
     else if (!strcmp(a, "--repeat") && has_value) repeat = atoi(argv[++i]);
     else if (!strcmp(a, "--model") && has_value) model = argv[++i];
-    else if (!strcmp(a, "--method") && has_value) method = atoi(argv[++i]);
+    else if (!strcmp(a, "--method") && has_value) {
+      const char *m = argv[++i];
+      method = !strcmp(m, "auto") ? (int)ULTRAFACE_METHOD_PER_LAYER : !strcmp(m, "0") ? 0 : !strcmp(m, "2") ? 2 : -1;
+    }
     else if (!strcmp(a, "--keep-aspect")) keep_aspect = 1;
     else if (a[0] == '-' || image_path) return usage();
     else image_path = a;
   }
-  if (!image_path || repeat < 0 || (method != 0 && method != 2)) return usage();
+  if (!image_path || repeat < 0 || method < 0) return usage();
 
   /* A model given as a relative path that isn't there is also looked up beside the
    * source tree, so the default works from the repository root and the build folder. */

@@ -176,6 +176,44 @@ static uint32_t bind_backbone_and_heads(oru_cg_handle *g) {
   return st;
 }
 
+/* The same nodes as the builders bind, one layer at a time from the table, so that each
+ * convolution can take the kernel family that is fastest for its shape: the direct
+ * kernels for depthwise layers, im2col + GEMM for the others. The builders take one
+ * method per block, and a block pairs a depthwise with a pointwise layer. */
+static uint32_t bind_layers_each_with_its_method(oru_cg_handle *g) {
+  uint32_t st = 0;
+  for (int32_t i = 0; i < ULTRAFACE_LAYERS && st == 0; ++i) {
+    const ultraface_layer *l = &layers[i];
+    oru_conv2d_bn2d_act_params p;
+    memset(&p, 0, sizeof p);
+    p.conv.in_channels = l->in_channels;
+    p.conv.out_channels = l->out_channels;
+    p.conv.kernel_w = p.conv.kernel_h = l->kernel;
+    p.conv.stride_w = p.conv.stride_h = l->stride;
+    p.conv.pad_w = p.conv.pad_h = l->pad;
+    p.conv.dilation_w = p.conv.dilation_h = 1;
+    p.conv.groups = l->groups;
+    p.conv.has_bias = l->bias;
+    st = oru_cg_set_conv_method(g, l->groups > 1 ? 0u : 2u);
+    if (st) break;
+    const int32_t node = ULTRAFACE_NODE_CONV + i;
+    if (l->bn) {
+      p.bn_eps = 1e-5f;
+      p.act = l->relu ? ORU_ACT_RELU : ORU_ACT_NONE;
+      st = bind_desc(g, node, 13, NULL, &p);
+    } else if (l->relu) {
+      oru_conv2d_act_params a;
+      memset(&a, 0, sizeof a);
+      a.conv = p.conv;
+      a.act = ORU_ACT_RELU;
+      st = bind_desc(g, node, 12, NULL, &a);
+    } else {
+      st = bind_desc(g, node, l->kernel == 1 ? 5 : 3, NULL, &p.conv);
+    }
+  }
+  return st;
+}
+
 /* NCHW head (W, H, C) -> records of C / k values per prior, pixel-major, channel-minor:
  * view it as (1, W*H, C), take each channel plane (1, W*H, 1), and interleave them with a
  * concat along dims[0]; then regroup as (k, -1). */
@@ -281,13 +319,15 @@ ultraface *ultraface_create(const char *weights_path, uint32_t conv_method) {
 
   u->graph = oru_create_computation_graph_handle(NULL);
   if (!u->graph) return fail(u, "cannot create the graph", NULL);
-  if (oru_cg_set_conv_method(u->graph, conv_method) != 0) return fail(u, "unknown conv method", NULL);
+  const int per_layer = conv_method == ULTRAFACE_METHOD_PER_LAYER;
+  if (!per_layer && oru_cg_set_conv_method(u->graph, conv_method) != 0)
+    return fail(u, "unknown conv method", NULL);
   if (add_edges(u->graph) != 0 || oru_computation_graph_topo_sort(u->graph) != 0)
     return fail(u, "cannot build the graph", NULL);
   uint32_t st = bind_desc(u->graph, ULTRAFACE_NODE_INPUT, 0, u->input, NULL);
   for (int32_t i = 0; i < ULTRAFACE_LAYERS; ++i)
     st |= bind_desc(u->graph, ULTRAFACE_NODE_WEIGHT + i, 2, u->layer_weights[i], NULL);
-  st |= bind_backbone_and_heads(u->graph);
+  st |= per_layer ? bind_layers_each_with_its_method(u->graph) : bind_backbone_and_heads(u->graph);
   for (int32_t h = 0; h < 8; ++h) st |= bind_head_reorder(u->graph, h);
   st |= bind_outputs(u->graph);
   if (st != 0) return fail(u, "cannot bind the graph", NULL);

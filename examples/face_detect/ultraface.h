@@ -55,7 +55,13 @@ typedef struct ultraface ultraface;
 /* The layer table the graph is built from (index 0..ULTRAFACE_LAYERS-1), or null. */
 const ultraface_layer *ultraface_get_layer(int32_t index);
 
-/* Loads and checks the weight file, builds and prepares the graph; conv_method 0 or 2.
+/* Conv method of ultraface_create that picks the kernel family layer by layer. */
+#define ULTRAFACE_METHOD_PER_LAYER 255u
+
+/* Loads and checks the weight file, builds and prepares the graph. conv_method 0 or 2
+ * binds the network with the block builders under that method for every layer;
+ * ULTRAFACE_METHOD_PER_LAYER binds the same operators layer by layer, each with its
+ * fastest method.
  * Null on failure, with a one-line reason on stderr. */
 ultraface *ultraface_create(const char *weights_path, uint32_t conv_method);
 void ultraface_release(ultraface **net);

@@ -101,7 +101,7 @@ TEST_P(FaceRaw, ScoresAndLocationsMatchOpenCvDnnOnTheSameInput) {
   for (int i = 0; i < ULTRAFACE_PRIORS; i += 97) EXPECT_NEAR(scores[2 * i] + scores[2 * i + 1], 1.0f, 1e-5f);
 }
 
-INSTANTIATE_TEST_SUITE_P(ConvMethods, FaceRaw, ::testing::Values(0u, 2u));
+INSTANTIATE_TEST_SUITE_P(ConvMethods, FaceRaw, ::testing::Values(0u, 2u, ULTRAFACE_METHOD_PER_LAYER));
 
 // Score tolerances: on the very input OpenCV saw, 1e-3; after the library's own resize,
 // whose rounding differs from OpenCV's by up to one grey level on some pixels, 1e-2
@@ -135,7 +135,7 @@ std::vector<Box> detect(ultraface *net, const oru_image *img, int keep_aspect) {
 }
 
 TEST(Face, DecodingAndSuppressionMatchTheReferenceOnTheSameInput) {
-  Net net(ultraface_create(kWeights.c_str(), 2));
+  Net net(ultraface_create(kWeights.c_str(), ULTRAFACE_METHOD_PER_LAYER));
   ASSERT_TRUE(net);
   Image img = load_image("faces-1.bmp");
   ASSERT_TRUE(img);
@@ -152,7 +152,7 @@ TEST(Face, DecodingAndSuppressionMatchTheReferenceOnTheSameInput) {
 }
 
 TEST(Face, DetectionsOnThreePhotographsMatchTheReference) {
-  Net net(ultraface_create(kWeights.c_str(), 2));
+  Net net(ultraface_create(kWeights.c_str(), ULTRAFACE_METHOD_PER_LAYER));
   ASSERT_TRUE(net);
   for (int n = 1; n <= 3; ++n) {
     SCOPED_TRACE("faces-" + std::to_string(n));
@@ -165,7 +165,7 @@ TEST(Face, DetectionsOnThreePhotographsMatchTheReference) {
 }
 
 TEST(Face, PaddedToFourByThreeTheBoxesMapBackToTheImage) {
-  Net net(ultraface_create(kWeights.c_str(), 2));
+  Net net(ultraface_create(kWeights.c_str(), ULTRAFACE_METHOD_PER_LAYER));
   ASSERT_TRUE(net);
   Image img = load_image("faces-2.bmp");
   ASSERT_TRUE(img);
@@ -178,7 +178,7 @@ TEST(Face, PaddedToFourByThreeTheBoxesMapBackToTheImage) {
 // still take their short scratch inside each call, at most one block per node, the same
 // every run.
 TEST(Face, GraphRunAllocatesNoMoreThanConvolutionScratch) {
-  for (uint32_t method : {0u, 2u}) {
+  for (uint32_t method : {0u, 2u, ULTRAFACE_METHOD_PER_LAYER}) {
     Net net(ultraface_create(kWeights.c_str(), method));
     ASSERT_TRUE(net);
     ASSERT_EQ(ultraface_run(net.get()), 0u);
