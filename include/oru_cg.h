@@ -142,6 +142,10 @@ ORU_API uint32_t oru_uninit_unary_context(void **context);
 
 /* ==== Model weight file and block builders ==== */
 
+/* Reads word_count 32-bit words into buffer and checks the 16-byte MD5 digest behind them:
+ * 0 when it matches, 1 otherwise (the buffer keeps what was read). Prints nothing. */
+ORU_API uint32_t oru_cg_load_model(void *buffer, int32_t word_count, const char *path);
+
 /* Builders bind one standard block onto nodes node, node + 1, ... of a sorted graph. */
 ORU_API uint32_t oru_bind_invert_residual(int32_t in_channels, int32_t out_channels, int32_t stride,
                                           int32_t residual, int32_t expansion, int32_t node, oru_cg_handle *handle);

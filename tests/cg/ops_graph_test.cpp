@@ -447,3 +447,52 @@ TEST(OpsContract, RunningAllocatesNothing) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(AffineOp, TranslationOutsideThePlaneGivesZeros) {
+  Net net;
+  oru_cg_affine_params p{0, 0, 1.0f, 1.0f, 0, 0};
+  net.edge(0, 2);
+  net.edge(1, 2);
+  ASSERT_EQ(net.sort(), 0u);
+  ASSERT_EQ(net.bind_tensor(0, ORU_CG_OP_INPUT, net.tensor({4, 3, 1}, std::vector<float>(12, 1.0f))), 0u);
+  ASSERT_EQ(net.bind_tensor(1, ORU_CG_OP_INPUT, net.tensor({6}, {1, 0, 5, 0, 1, 0})), 0u);
+  ASSERT_EQ(net.bind_op(2, ORU_CG_OP_AFFINE, &p), 0u);
+  ASSERT_EQ(net.prepare(), 0u);
+  ASSERT_EQ(net.run(), 0u);
+  EXPECT_EQ(ops_test::values_of(net.out(2)), std::vector<float>(12, 0.0f));
+}
+
+TEST(AffineOp, ScaleTruncatesTheOutputSize) {
+  Net net;
+  oru_cg_affine_params p{0, 0, 0.33f, 0.5f, 0, 0};
+  net.edge(0, 2);
+  net.edge(1, 2);
+  ASSERT_EQ(net.sort(), 0u);
+  ASSERT_EQ(net.bind_tensor(0, ORU_CG_OP_INPUT, net.tensor({10, 6, 2}, {})), 0u);
+  ASSERT_EQ(net.bind_tensor(1, ORU_CG_OP_INPUT, net.tensor({6}, {1, 0, 0, 0, 1, 0})), 0u);
+  ASSERT_EQ(net.bind_op(2, ORU_CG_OP_AFFINE, &p), 0u);
+  ASSERT_EQ(net.prepare(), 0u);
+  EXPECT_EQ(ops_test::dims_of(net.out(2)), (std::vector<int32_t>{3, 3, 2}));
+}
+
+TEST(PoolOps, MaxOfNegativeWindowsIsNotZero) {
+  Net net;
+  oru_cg_pool_params p{2, 2, 2, 2, {0, 0}};
+  net.edge(0, 1);
+  ASSERT_EQ(net.sort(), 0u);
+  ASSERT_EQ(net.bind_tensor(0, ORU_CG_OP_INPUT, net.tensor({2, 2, 1}, {-4, -2, -3, -5})), 0u);
+  ASSERT_EQ(net.bind_op(1, ORU_CG_OP_MAX_POOL2D, &p), 0u);
+  ASSERT_EQ(net.prepare(), 0u);
+  ASSERT_EQ(net.run(), 0u);
+  EXPECT_EQ(ops_test::values_of(net.out(1)), std::vector<float>{-2});
+}
+
+TEST(BinaryOps, MulOfTwoChannelVectorsTakesTheFirstCase) {
+  Net net;
+  ASSERT_EQ(run_binary(net, ORU_CG_OP_MUL, Array{{1, 1, 3}, {1, 2, 3}}, Array{{1, 1, 3}, {4, 5, 6}}), 0u);
+  EXPECT_EQ(ops_test::values_of(net.out(2)), (std::vector<float>{4, 10, 18}));
+}
+
+}  // namespace

@@ -98,7 +98,8 @@ ORU_API uint32_t oru_init_affine_context_inference(oru_cg_handle *handle, int32_
   const bool fixed = fixed_point(handle);
   for (int32_t k = 0; k < 2; ++k) {
     const int32_t s = cg_in_edge(handle, node, k);
-    oru_tensor *t = cg_source_tensor(handle, s);
+    // Both sources are data: a weight node yields nothing here, like any operator without output.
+    oru_tensor *t = cg_data_tensor(handle, s);
     if (!t) {
       if (cg_op_type(handle, s) != ORU_CG_OP_INPUT) return ORU_RET_ERR_MEMORY;
       continue;
