@@ -75,21 +75,33 @@ void conv3x3_s1_plane_ring(float *const *outs, int n_out, const float *in, const
   }
 }
 
+// All input channels share one ring of six padded rows each, so a block of four output
+// rows of one output channel is summed over every input channel in registers and written
+// once. Per element the order is that of the channel-by-channel loops: input channels
+// ascending, each nine-tap sum formed before it is added.
 uint32_t std_conv3x3_s1(const oru_tensor *output, const oru_tensor *input, const float *w,
                         const oru_conv2d_params &p) {
-  int32_t in_w = input->dims[0], in_h = input->dims[1];
-  int64_t slot_len = int64_t(in_w) + 10;
-  Scratch<float> slots(6 * slot_len, true);
-  // Pointer tables for all output channels of one input channel.
-  Scratch<float *> outs(p.out_channels);
-  Scratch<const float *> ks(p.out_channels);
-  if (!slots || !outs || !ks) return ORU_RET_ERR_MEMORY;
-  std::memset(output->data, 0, size_t(int64_t(in_w) * in_h * p.out_channels) * sizeof(float));
-  for (int32_t o = 0; o < p.out_channels; ++o) outs[o] = plane(output, o);
-  for (int32_t i = 0; i < p.in_channels; ++i) {
-    for (int32_t o = 0; o < p.out_channels; ++o) ks[o] = w + (int64_t(o) * p.in_channels + i) * 9;
-    conv3x3_s1_plane_ring(outs.get(), p.out_channels, plane(input, i), ks.get(), in_w, in_h, slots.get(), slot_len,
-                          true);
+  using MultiFn = decltype(&conv3x3_s1_multi_plain);
+  static const MultiFn multi = pick(ORU_KERNEL_FORMS(conv3x3_s1_multi));
+  const int32_t in_w = input->dims[0], in_h = input->dims[1], ic = p.in_channels;
+  const int64_t slot_len = int64_t(in_w) + 10;
+  Scratch<float> slots(int64_t(ic) * 6 * slot_len, true);
+  Scratch<const float *> rows(int64_t(ic) * 6);
+  if (!slots || !rows) return ORU_RET_ERR_MEMORY;
+  auto ring = [&](int32_t i) { return RowRing(slots.get() + int64_t(i) * 6 * slot_len, slot_len, plane(input, i), in_w, in_h); };
+  for (int32_t i = 0; i < ic; ++i) {
+    ring(i).load(-1);
+    ring(i).load(0);
+  }
+  for (int32_t oy = 0; oy < in_h; oy += 4) {
+    const int nrows = in_h - oy < 4 ? in_h - oy : 4;
+    for (int32_t i = 0; i < ic; ++i) {
+      RowRing r = ring(i);
+      for (int32_t y = oy + 1; y <= oy + nrows; ++y) r.load(y);
+      r.table(oy, rows.get() + int64_t(i) * 6);
+    }
+    for (int32_t o = 0; o < p.out_channels; ++o)
+      multi(plane(output, o) + int64_t(oy) * in_w, in_w, nrows, in_w, rows.get(), ic, w + int64_t(o) * ic * 9);
   }
   return ORU_RET_OK;
 }

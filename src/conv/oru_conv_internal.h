@@ -54,6 +54,18 @@ void conv3x3_s1_row_avx512(float *out, int64_t n, const float *r0, const float *
 void conv3x3_s1_row_neon(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
                          const float *k9, bool accumulate);
 
+// Up to 4 output rows of one output channel over all its input channels: rows holds six
+// row pointers per input channel (input rows oy-1 .. oy+4), k the channel's ic kernels of 9.
+// out[r][x] = sum over i ascending of the nine-tap sum of channel i, each tap sum formed first.
+void conv3x3_s1_multi_plain(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
+                            const float *k);
+void conv3x3_s1_multi_avx2(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
+                           const float *k);
+void conv3x3_s1_multi_avx512(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
+                             const float *k);
+void conv3x3_s1_multi_neon(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
+                           const float *k);
+
 // The same with stride 2: taps of output x at columns 2x, 2x+1, 2x+2 of r0..r2.
 void conv3x3_s2_row_plain(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
                           const float *k9, bool accumulate);

@@ -20,6 +20,29 @@ void conv3x3_s1_row_plain(float *out, int64_t n, const float *r0, const float *r
   }
 }
 
+void conv3x3_s1_multi_plain(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
+                            const float *k) {
+  for (int r = 0; r < nrows; ++r)
+    for (int64_t x = 0; x < n; ++x) {
+      float acc = 0.0f;
+      for (int64_t i = 0; i < ic; ++i) {
+        const float *const *ri = rows + i * 6 + r;
+        const float *k9 = k + i * 9;
+        float s = ri[0][x] * k9[0];
+        s += ri[0][x + 1] * k9[1];
+        s += ri[0][x + 2] * k9[2];
+        s += ri[1][x] * k9[3];
+        s += ri[1][x + 1] * k9[4];
+        s += ri[1][x + 2] * k9[5];
+        s += ri[2][x] * k9[6];
+        s += ri[2][x + 1] * k9[7];
+        s += ri[2][x + 2] * k9[8];
+        acc += s;
+      }
+      out[r * ldo + x] = acc;
+    }
+}
+
 void conv3x3_s2_row_plain(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
                           const float *k9, bool accumulate) {
   for (int64_t x = 0; x < n; ++x) {

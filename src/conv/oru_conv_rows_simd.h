@@ -37,6 +37,36 @@ void conv3x3_s1_row(float *out, int64_t n, const float *r0, const float *r1, con
 }
 
 template <typename V>
+void conv3x3_s1_multi(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
+                      const float *k) {
+  using T = typename V::T;
+  int64_t x = 0;
+  for (; x + V::W <= n; x += V::W) {
+    T acc[4] = {V::set1(0.0f), V::set1(0.0f), V::set1(0.0f), V::set1(0.0f)};
+    for (int64_t i = 0; i < ic; ++i) {
+      const float *const *ri = rows + i * 6;
+      const float *k9 = k + i * 9;
+      T kv[9];
+      for (int j = 0; j < 9; ++j) kv[j] = V::set1(k9[j]);
+      for (int r = 0; r < nrows; ++r) acc[r] = V::add(acc[r], tap9<V>(ri[r] + x, ri[r + 1] + x, ri[r + 2] + x, kv));
+    }
+    for (int r = 0; r < nrows; ++r) V::store(out + r * ldo + x, acc[r]);
+  }
+  // Tail columns one at a time, in the plain form's order.
+  for (int r = 0; r < nrows; ++r)
+    for (int64_t c = x; c < n; ++c) {
+      float a = 0.0f;
+      for (int64_t i = 0; i < ic; ++i) {
+        const float *const *ri = rows + i * 6 + r;
+        float t;
+        conv3x3_s1_row_plain(&t, 1, ri[0] + c, ri[1] + c, ri[2] + c, k + i * 9, false);
+        a += t;
+      }
+      out[r * ldo + c] = a;
+    }
+}
+
+template <typename V>
 inline typename V::T tap9_s2(const float *r0, const float *r1, const float *r2, const typename V::T *k) {
   typename V::T s = V::mul(V::load_even(r0), k[0]);
   s = V::add(s, V::mul(V::load_even(r0 + 1), k[1]));
@@ -127,6 +157,10 @@ void bias_act_line(float *y, const float *x, float b, int64_t n, int act) {
   void conv3x3_s1_row_##suffix(float *out, int64_t n, const float *r0, const float *r1, const float *r2,      \
                                const float *k9, bool accumulate) {                                             \
     simd::conv3x3_s1_row<V>(out, n, r0, r1, r2, k9, accumulate);                                               \
+  }                                                                                                            \
+  void conv3x3_s1_multi_##suffix(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows,      \
+                                 int64_t ic, const float *k) {                                                 \
+    simd::conv3x3_s1_multi<V>(out, ldo, nrows, n, rows, ic, k);                                                \
   }                                                                                                            \
   void conv3x3_s2_row_##suffix(float *out, int64_t n, const float *r0, const float *r1, const float *r2,      \
                                const float *k9, bool accumulate) {                                             \

@@ -7,40 +7,57 @@
 
 namespace oru {
 
-void im2col_fill_row_panels(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,
-                            int32_t s, int32_t p, int32_t oy, int32_t out_w, int32_t nr) {
+namespace {
+
+// The panel width is a constant here so that whole-panel copies become a few vector moves.
+template <int NR>
+void fill_row_panels(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,
+                     int32_t s, int32_t p, int32_t oy, int32_t out_w) {
   const int64_t rows = int64_t(channels) * k * k;
-  for (int32_t ox0 = 0, b = 0; ox0 < out_w; ox0 += nr, ++b) {
-    float *panel = dst + int64_t(b) * rows * nr;
-    const int32_t cnt = out_w - ox0 < nr ? out_w - ox0 : nr;
+  for (int32_t ox0 = 0, b = 0; ox0 < out_w; ox0 += NR, ++b) {
+    float *panel = dst + int64_t(b) * rows * NR;
+    const int32_t cnt = out_w - ox0 < NR ? out_w - ox0 : NR;
     for (int32_t c = 0; c < channels; ++c) {
       const float *plane_c = in + int64_t(c) * in_w * in_h;
       for (int32_t ky = 0; ky < k; ++ky) {
-        float *block = panel + (int64_t(c) * k + ky) * k * nr;
-        int32_t y = oy * s + ky - p;
+        float *block = panel + (int64_t(c) * k + ky) * k * NR;
+        const int32_t y = oy * s + ky - p;
         if (y < 0 || y >= in_h) {
           // A kernel row above or below the input: all its k rows are zero.
-          std::memset(block, 0, size_t(k) * nr * sizeof(float));
+          std::memset(block, 0, size_t(k) * NR * sizeof(float));
           continue;
         }
         const float *row = plane_c + int64_t(y) * in_w;
         for (int32_t kx = 0; kx < k; ++kx) {
-          float *d = block + int64_t(kx) * nr;
-          int32_t x0 = ox0 * s + kx - p;
-          if (s == 1 && x0 >= 0 && x0 + cnt <= in_w) {
-            std::memcpy(d, row + x0, size_t(cnt) * sizeof(float));
-          } else {
-            for (int32_t j = 0; j < cnt; ++j) {
-              int32_t x = x0 + j * s;
-              d[j] = x >= 0 && x < in_w ? row[x] : 0.0f;
-            }
+          float *d = block + int64_t(kx) * NR;
+          const int32_t x0 = ox0 * s + kx - p;
+          if (cnt == NR && x0 >= 0 && x0 + (NR - 1) * s < in_w) {
+            if (s == 1)
+              std::memcpy(d, row + x0, NR * sizeof(float));  // a fixed size: a few vector moves
+            else
+              for (int j = 0; j < NR; ++j) d[j] = row[x0 + j * s];
+            continue;
+          }
+          for (int32_t j = 0; j < cnt; ++j) {
+            const int32_t x = x0 + j * s;
+            d[j] = x >= 0 && x < in_w ? row[x] : 0.0f;
           }
           // The columns of a last, partial panel are zero so the tile multiplies clean values.
-          for (int32_t j = cnt; j < nr; ++j) d[j] = 0.0f;
+          for (int32_t j = cnt; j < NR; ++j) d[j] = 0.0f;
         }
       }
     }
   }
+}
+
+}  // namespace
+
+void im2col_fill_row_panels(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,
+                            int32_t s, int32_t p, int32_t oy, int32_t out_w, int32_t nr) {
+  if (nr == 8)
+    fill_row_panels<8>(dst, in, channels, in_w, in_h, k, s, p, oy, out_w);
+  else
+    fill_row_panels<16>(dst, in, channels, in_w, in_h, k, s, p, oy, out_w);
 }
 
 void im2col_fill_matrix(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,

@@ -236,6 +236,42 @@ TEST(ConvGraph, FusedDepthwiseTakesChannelsKernelsAndEpsZeroIsDefault) {
   EXPECT_NEAR(got[3], expect(1, 4.0f), 1e-3);
 }
 
+TEST(ConvGraph, FusedActivationOutsideTheTableLeavesTheRawConvolution) {
+  // act 7: the convolution's output, with neither bias nor activation. One input channel of
+  // ones and a 1x1 kernel of 2 give 2 everywhere, whatever the bias and batch-norm words say.
+  oru_conv2d_act_params p{};
+  p.conv = small_params();
+  p.conv.in_channels = p.conv.out_channels = 1;
+  p.conv.kernel_w = p.conv.kernel_h = 1;
+  p.conv.stride_w = p.conv.stride_h = 1;
+  p.conv.pad_w = p.conv.pad_h = 0;
+  p.act = 7;
+  Array in{{3, 2, 1}, std::vector<float>(6, 1.0f)};
+  for (uint32_t method : {0u, 2u}) {
+    ConvGraph g(ORU_CG_OP_CONV2D_ACT, &p, method, in, {2.0f, -100.0f});
+    ASSERT_EQ(g.prepare_status, 0u);
+    ASSERT_EQ(g.run(), 0u);
+    EXPECT_EQ(values_of(g.output()), std::vector<float>(6, 2.0f)) << method;
+  }
+  // Groups between full and depthwise: no convolution runs, only the tail on the output's
+  // contents (here: ReLU with bias 1 over a cleared output gives 1).
+  oru_conv2d_act_params g2{};
+  g2.conv = small_params();
+  g2.conv.in_channels = g2.conv.out_channels = 8;
+  g2.conv.groups = 2;
+  g2.conv.kernel_w = g2.conv.kernel_h = 1;
+  g2.conv.stride_w = g2.conv.stride_h = 1;
+  g2.conv.pad_w = g2.conv.pad_h = 0;
+  g2.act = 1;
+  Array in8{{2, 2, 8}, std::vector<float>(32, 5.0f)};
+  std::vector<float> words(8 * 8 + 8, 1.0f);
+  ConvGraph g(ORU_CG_OP_CONV2D_ACT, &g2, 0, in8, words);
+  ASSERT_EQ(g.prepare_status, 0u);
+  std::fill_n(static_cast<float *>(g.output()->data), 32, 0.0f);
+  ASSERT_EQ(g.run(), 0u);
+  EXPECT_EQ(values_of(g.output()), std::vector<float>(32, 1.0f));
+}
+
 TEST(ConvGraph, RefusalsGiveStatusesNotCrashes) {
   std::vector<float> words(2 * 3 * 9 + 3, 0.1f);
   Array in{{6, 6, 2}, std::vector<float>(72, 1.0f)};

@@ -37,6 +37,30 @@ TEST(ConvForms, StrideOneRowMatchesPlain) {
   EXPECT_GE(seen, 1);
 }
 
+TEST(ConvForms, MultiChannelRowsMatchPlain) {
+  auto forms = ORU_KERNEL_FORMS(oru::conv3x3_s1_multi);
+  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {
+    for (int64_t n : {1, 3, 4, 7, 8, 15, 16, 17, 31, 33, 40}) {
+      for (int64_t ic : {1, 2, 5}) {
+        for (int nrows = 1; nrows <= 4; ++nrows) {
+          // Six readable rows of n + 2 floats per input channel.
+          std::vector<std::vector<float>> data;
+          std::vector<const float *> rows;
+          for (int64_t j = 0; j < ic * 6; ++j) {
+            data.push_back(rand_vec(size_t(n + 2), uint32_t(j * 31 + n)));
+            rows.push_back(data.back().data());
+          }
+          auto k = rand_vec(size_t(ic * 9), uint32_t(ic));
+          auto ref = rand_vec(size_t(4 * n), 3), got = ref;
+          oru::conv3x3_s1_multi_plain(ref.data(), n, nrows, n, rows.data(), ic, k.data());
+          fn(got.data(), n, nrows, n, rows.data(), ic, k.data());
+          EXPECT_TRUE(same_bits(ref, got)) << oru::isa_name(isa) << " n " << n << " ic " << ic << " rows " << nrows;
+        }
+      }
+    }
+  });
+}
+
 TEST(ConvForms, StrideTwoRowMatchesPlain) {
   auto forms = ORU_KERNEL_FORMS(oru::conv3x3_s2_row);
   oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {
