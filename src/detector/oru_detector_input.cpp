@@ -23,6 +23,14 @@ struct ValueTables {
 };
 constexpr ValueTables kTables;
 
+}  // namespace
+
+// The value tables of the float transforms, under the names the detector code knows them by.
+constexpr const float (&map_table)[256] = kTables.unit;
+constexpr const float (&ai8u_to_aif32_norm)[256] = kTables.norm;
+
+namespace {
+
 // One pass over the image, three plane streams out. order[p] is the pixel byte of plane p.
 template <typename T, typename Map>
 void planar_transform(oru_tensor *tensor, const oru_image *image, const int (&order)[3], Map map) {
@@ -42,15 +50,15 @@ void planar_transform(oru_tensor *tensor, const oru_image *image, const int (&or
 constexpr int kKeep[3] = {0, 1, 2};
 constexpr int kSwap[3] = {2, 1, 0};
 
-float unit_value(uint8_t v) { return kTables.unit[v]; }
-float norm_value(uint8_t v) { return kTables.norm[v]; }
+float unit_value(uint8_t v) { return map_table[v]; }
+float norm_value(uint8_t v) { return ai8u_to_aif32_norm[v]; }
 int16_t q14_value(uint8_t v) { return int16_t(float(v) * 64.250984f); }
 int16_t centred_value(uint8_t v) { return int16_t(int32_t(v) - 127); }
 
 }  // namespace
 
-const float *detector_unit_table() { return kTables.unit; }
-const float *detector_norm_table() { return kTables.norm; }
+const float *detector_unit_table() { return map_table; }
+const float *detector_norm_table() { return ai8u_to_aif32_norm; }
 
 }  // namespace oru
 

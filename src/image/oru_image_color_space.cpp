@@ -14,6 +14,20 @@ void lab_to_bgr(const oru_image *src, oru_image *dst);
 
 using namespace oru;
 
+namespace {
+
+// The Arm-only 4:2:0 forms, or null where the processor has no NEON.
+struct ArmQ15 {
+  decltype(&yuv420_to_bgr_rows_q15_plain) to_bgr;
+  decltype(&bgr_to_yuv420_rows_q15_plain) from_bgr;
+};
+ArmQ15 arm_q15_forms() {
+  if (best_isa() != Isa::neon) return {nullptr, nullptr};
+  return {ORU_NEON_FORM(&yuv420_to_bgr_rows_q15_neon), ORU_NEON_FORM(&bgr_to_yuv420_rows_q15_neon)};
+}
+
+}  // namespace
+
 void convert_rgb24tobrg24_c(int32_t width, int32_t height, const uint8_t *src, int32_t stride, uint8_t *dst) {
   for (int32_t y = 0; y < height; ++y) {
     const uint8_t *s = src + int64_t(y) * stride;
@@ -31,11 +45,16 @@ void convert_yuv420tobgr24_c(int32_t width, int32_t height, uint8_t *dst, int32_
                              const uint8_t *u, const uint8_t *v, int32_t y_stride, int32_t u_stride,
                              int32_t v_stride) {
   static const auto rows_fn = pick(ORU_KERNEL_FORMS(yuv420_to_bgr_rows));
+  static const auto q15 = arm_q15_forms().to_bgr;
   const int32_t ew = width & ~1, eh = height & ~1;
+  // On Arm, whole runs of 16 columns take the per-product rounding of the vector unit.
+  const int32_t run = q15 && ew >= 16 ? ew & ~15 : 0;
   for (int32_t r = 0; r < eh; r += 2) {
     uint8_t *d0 = dst + int64_t(r) * dst_stride;
-    rows_fn(d0, d0 + dst_stride, y + int64_t(r) * y_stride, y + int64_t(r + 1) * y_stride,
-            u + ((int64_t(r) * u_stride) >> 1), v + ((int64_t(r) * v_stride) >> 1), ew);
+    const uint8_t *y0 = y + int64_t(r) * y_stride, *y1 = y0 + y_stride;
+    const uint8_t *ur = u + ((int64_t(r) * u_stride) >> 1), *vr = v + ((int64_t(r) * v_stride) >> 1);
+    if (run) q15(d0, d0 + dst_stride, y0, y1, ur, vr, run);
+    rows_fn(d0 + 3 * run, d0 + dst_stride + 3 * run, y0 + run, y1 + run, ur + run / 2, vr + run / 2, ew - run);
   }
   if ((height & 1) && height >= 2)
     std::memcpy(dst + int64_t(height - 1) * dst_stride, dst + int64_t(height - 2) * dst_stride, size_t(width) * 3);
@@ -76,11 +95,15 @@ void bgr_to_yuv420(const oru_image *src, oru_image *dst) {
   uint8_t *Y = static_cast<uint8_t *>(dst->data), *U = static_cast<uint8_t *>(dst->plane1),
           *V = static_cast<uint8_t *>(dst->plane2);
   const int64_t ys = dst->stride, us = dst->stride1, vs = dst->stride2;
+  static const auto q15 = arm_q15_forms().from_bgr;
+  // On Arm, whole runs of 8 columns take the per-product rounding of the vector unit.
+  const int32_t run = q15 && ew >= 8 ? ew & ~7 : 0;
   if (ew >= 2 && eh >= 2) {
     for (int32_t r = 0; r < eh; r += 2) {
       const uint8_t *s0 = row(src->data, src->stride, r), *s1 = s0 + src->stride;
       uint8_t *y0 = Y + r * ys, *y1 = y0 + ys, *u = U + (r >> 1) * us, *v = V + (r >> 1) * vs;
-      for (int32_t x = 0; x < ew; x += 2) {
+      if (run) q15(y0, y1, u, v, s0, s1, run);
+      for (int32_t x = run; x < ew; x += 2) {
         const uint8_t *p[4] = {s0 + 3 * x, s0 + 3 * x + 3, s1 + 3 * x, s1 + 3 * x + 3};
         y0[x] = yuv_luma(p[0][0], p[0][1], p[0][2]);
         y0[x + 1] = yuv_luma(p[1][0], p[1][1], p[1][2]);

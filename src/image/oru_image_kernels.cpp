@@ -27,6 +27,45 @@ void yuv420_to_bgr_rows_plain(uint8_t *d0, uint8_t *d1, const uint8_t *y0, const
   }
 }
 
+namespace {
+inline int32_t q15(int32_t a, int32_t k) {
+  const int32_t r = (a * k + 16384) >> 15;
+  return r < -32768 ? -32768 : r > 32767 ? 32767 : r;
+}
+}  // namespace
+
+void yuv420_to_bgr_rows_q15_plain(uint8_t *d0, uint8_t *d1, const uint8_t *y0, const uint8_t *y1,
+                                  const uint8_t *u, const uint8_t *v, int32_t n) {
+  for (int32_t x = 0; x < n; ++x) {
+    const int32_t uq = 4 * (u[x >> 1] - 128), vq = 4 * (v[x >> 1] - 128);
+    const int32_t cb = q15(uq, 16531), cg = q15(uq, -3203) + q15(vq, -6660), cr = q15(vq, 13074);
+    for (int r = 0; r < 2; ++r) {
+      const int32_t yy = q15(4 * ((r ? y1 : y0)[x] - 16), 9535);
+      uint8_t *p = (r ? d1 : d0) + 3 * x;
+      p[0] = clamp_u8(yy + cb);
+      p[1] = clamp_u8(yy + cg);
+      p[2] = clamp_u8(yy + cr);
+    }
+  }
+}
+
+void bgr_to_yuv420_rows_q15_plain(uint8_t *y0, uint8_t *y1, uint8_t *u, uint8_t *v, const uint8_t *s0,
+                                  const uint8_t *s1, int32_t n) {
+  auto luma = [](const uint8_t *p) { return clamp_u8(q15(p[0], 3211) + q15(p[1], 16515) + q15(p[2], 8421) + 16); };
+  for (int32_t x = 0; x < n; x += 2) {
+    const uint8_t *p[4] = {s0 + 3 * x, s0 + 3 * x + 3, s1 + 3 * x, s1 + 3 * x + 3};
+    y0[x] = luma(p[0]);
+    y0[x + 1] = luma(p[1]);
+    y1[x] = luma(p[2]);
+    y1[x + 1] = luma(p[3]);
+    const int32_t ba = (p[0][0] + p[1][0] + p[2][0] + p[3][0] + 2) >> 2;
+    const int32_t ga = (p[0][1] + p[1][1] + p[2][1] + p[3][1] + 2) >> 2;
+    const int32_t ra = (p[0][2] + p[1][2] + p[2][2] + p[3][2] + 2) >> 2;
+    u[x >> 1] = clamp_u8(q15(ba, 14385) + q15(ga, -9535) + q15(ra, -4850) + 128);
+    v[x >> 1] = clamp_u8(q15(ba, -2327) + q15(ga, -12059) + q15(ra, 14385) + 128);
+  }
+}
+
 void bilinear_vertical_row_plain(uint8_t *dst, const uint8_t *a, const uint8_t *b, int32_t wy, int32_t n) {
   for (int32_t i = 0; i < n; ++i) dst[i] = uint8_t(((b[i] - a[i]) * wy + (a[i] << 11) + 1024) >> 11);
 }

@@ -22,6 +22,19 @@ ORU_DECLARE_FORMS(bgr_to_gray_row, uint8_t *dst, const uint8_t *bgr, int32_t n)
 ORU_DECLARE_FORMS(yuv420_to_bgr_rows, uint8_t *d0, uint8_t *d1, const uint8_t *y0, const uint8_t *y1,
                   const uint8_t *u, const uint8_t *v, int32_t n)
 
+// The Arm forms of the 4:2:0 conversions round each product by itself,
+// p(a, k) = (a k + 16384) >> 15 saturated to 16 bits, and so may differ by one from the
+// formulas above. They serve whole runs (16 columns to BGR, 8 from BGR); the plain forms
+// here are their reference, and no x86 form exists.
+void yuv420_to_bgr_rows_q15_plain(uint8_t *d0, uint8_t *d1, const uint8_t *y0, const uint8_t *y1,
+                                  const uint8_t *u, const uint8_t *v, int32_t n);
+void yuv420_to_bgr_rows_q15_neon(uint8_t *d0, uint8_t *d1, const uint8_t *y0, const uint8_t *y1,
+                                 const uint8_t *u, const uint8_t *v, int32_t n);
+void bgr_to_yuv420_rows_q15_plain(uint8_t *y0, uint8_t *y1, uint8_t *u, uint8_t *v, const uint8_t *s0,
+                                  const uint8_t *s1, int32_t n);
+void bgr_to_yuv420_rows_q15_neon(uint8_t *y0, uint8_t *y1, uint8_t *u, uint8_t *v, const uint8_t *s0,
+                                 const uint8_t *s1, int32_t n);
+
 // Vertical step of the two-stage bilinear scheme on n bytes of two horizontal results:
 // ((b - a) * wy + (a << 11) + 1024) >> 11.
 ORU_DECLARE_FORMS(bilinear_vertical_row, uint8_t *dst, const uint8_t *a, const uint8_t *b, int32_t wy,

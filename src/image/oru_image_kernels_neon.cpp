@@ -1,6 +1,8 @@
 // NEON forms of the image row kernels, with the plain forms' integer arithmetic.
 #include <arm_neon.h>
 
+#include <cstring>
+
 #include "image/oru_image_kernels.h"
 
 namespace oru {
@@ -73,6 +75,67 @@ void yuv420_to_bgr_rows_neon(uint8_t *d0, uint8_t *d1, const uint8_t *y0, const 
     }
   }
   yuv420_to_bgr_rows_plain(d0 + 3 * x, d1 + 3 * x, y0 + x, y1 + x, u + (x >> 1), v + (x >> 1), n - x);
+}
+
+void yuv420_to_bgr_rows_q15_neon(uint8_t *d0, uint8_t *d1, const uint8_t *y0, const uint8_t *y1,
+                                 const uint8_t *u, const uint8_t *v, int32_t n) {
+  // Sixteen pixels of each row a step; every product is a rounding doubling multiply.
+  for (int32_t x = 0; x + 16 <= n; x += 16) {
+    const uint8x8_t u8 = vld1_u8(u + (x >> 1)), v8 = vld1_u8(v + (x >> 1));
+    const int16x8_t uq = vshlq_n_s16(vsubq_s16(vreinterpretq_s16_u16(vmovl_u8(u8)), vdupq_n_s16(128)), 2);
+    const int16x8_t vq = vshlq_n_s16(vsubq_s16(vreinterpretq_s16_u16(vmovl_u8(v8)), vdupq_n_s16(128)), 2);
+    const int16x8_t cb = vqrdmulhq_n_s16(uq, 16531);
+    const int16x8_t cg = vaddq_s16(vqrdmulhq_n_s16(uq, -3203), vqrdmulhq_n_s16(vq, -6660));
+    const int16x8_t cr = vqrdmulhq_n_s16(vq, 13074);
+    // Each chroma value serves two neighbouring pixels.
+    const int16x8x2_t b2 = vzipq_s16(cb, cb), g2 = vzipq_s16(cg, cg), r2 = vzipq_s16(cr, cr);
+    const uint8_t *ys[2] = {y0, y1};
+    uint8_t *ds[2] = {d0, d1};
+    for (int r = 0; r < 2; ++r) {
+      const uint8x16_t yy = vld1q_u8(ys[r] + x);
+      uint8x16x3_t out;
+      int16x8_t py[2];
+      for (int h = 0; h < 2; ++h) {
+        const uint8x8_t part = h ? vget_high_u8(yy) : vget_low_u8(yy);
+        const int16x8_t yq = vshlq_n_s16(vsubq_s16(vreinterpretq_s16_u16(vmovl_u8(part)), vdupq_n_s16(16)), 2);
+        py[h] = vqrdmulhq_n_s16(yq, 9535);
+      }
+      out.val[0] = vcombine_u8(vqmovun_s16(vaddq_s16(py[0], b2.val[0])), vqmovun_s16(vaddq_s16(py[1], b2.val[1])));
+      out.val[1] = vcombine_u8(vqmovun_s16(vaddq_s16(py[0], g2.val[0])), vqmovun_s16(vaddq_s16(py[1], g2.val[1])));
+      out.val[2] = vcombine_u8(vqmovun_s16(vaddq_s16(py[0], r2.val[0])), vqmovun_s16(vaddq_s16(py[1], r2.val[1])));
+      vst3q_u8(ds[r] + 3 * x, out);
+    }
+  }
+}
+
+void bgr_to_yuv420_rows_q15_neon(uint8_t *y0, uint8_t *y1, uint8_t *u, uint8_t *v, const uint8_t *s0,
+                                 const uint8_t *s1, int32_t n) {
+  auto widen = [](uint8x8_t a) { return vreinterpretq_s16_u16(vmovl_u8(a)); };
+  auto luma = [&](const uint8x8x3_t &p) {
+    const int16x8_t y = vaddq_s16(vaddq_s16(vqrdmulhq_n_s16(widen(p.val[0]), 3211), vqrdmulhq_n_s16(widen(p.val[1]), 16515)),
+                                  vaddq_s16(vqrdmulhq_n_s16(widen(p.val[2]), 8421), vdupq_n_s16(16)));
+    return vqmovun_s16(y);
+  };
+  for (int32_t x = 0; x + 8 <= n; x += 8) {
+    const uint8x8x3_t a = vld3_u8(s0 + 3 * x), b = vld3_u8(s1 + 3 * x);
+    vst1_u8(y0 + x, luma(a));
+    vst1_u8(y1 + x, luma(b));
+    // Block averages of four chroma blocks: pairwise sums of both rows, + 2 >> 2.
+    int16x4_t avg[3];
+    for (int c = 0; c < 3; ++c) {
+      const uint16x4_t sum = vadd_u16(vpaddl_u8(a.val[c]), vpaddl_u8(b.val[c]));
+      avg[c] = vreinterpret_s16_u16(vshr_n_u16(vadd_u16(sum, vdup_n_u16(2)), 2));
+    }
+    const int16x8_t ba = vcombine_s16(avg[0], avg[0]), ga = vcombine_s16(avg[1], avg[1]), ra = vcombine_s16(avg[2], avg[2]);
+    const int16x8_t uu = vaddq_s16(vaddq_s16(vqrdmulhq_n_s16(ba, 14385), vqrdmulhq_n_s16(ga, -9535)),
+                                   vaddq_s16(vqrdmulhq_n_s16(ra, -4850), vdupq_n_s16(128)));
+    const int16x8_t vv = vaddq_s16(vaddq_s16(vqrdmulhq_n_s16(ba, -2327), vqrdmulhq_n_s16(ga, -12059)),
+                                   vaddq_s16(vqrdmulhq_n_s16(ra, 14385), vdupq_n_s16(128)));
+    const uint8x8_t u8 = vqmovun_s16(uu), v8 = vqmovun_s16(vv);
+    const uint32_t u4 = vget_lane_u32(vreinterpret_u32_u8(u8), 0), v4 = vget_lane_u32(vreinterpret_u32_u8(v8), 0);
+    std::memcpy(u + (x >> 1), &u4, 4);
+    std::memcpy(v + (x >> 1), &v4, 4);
+  }
 }
 
 void bilinear_vertical_row_neon(uint8_t *dst, const uint8_t *a, const uint8_t *b, int32_t wy, int32_t n) {

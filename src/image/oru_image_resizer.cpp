@@ -88,7 +88,6 @@ ORU_API uint32_t oru_image_resizer(oru_image *dst, const oru_image *src, uint32_
     } else if (method == ORU_RESIZE_NEAREST) {
       st = resizer_nn(d, dw, dh, ds, s, sw, sh, ss, src->channels);
     }
-    if (st == ORU_RET_ERR_MEMORY) ORU_REPORT_STATUS(st);
     return st;
   }
   if (sf == ORU_IMAGE_YUV420P) {
@@ -99,7 +98,6 @@ ORU_API uint32_t oru_image_resizer(oru_image *dst, const oru_image *src, uint32_
       st = on_yuv420_planes(dst, src, nearest1);
     else
       ORU_FAIL_MSG(ORU_RET_ERR_NOT_SUPPORT, "Current version can not support!");
-    if (st == ORU_RET_ERR_MEMORY) ORU_REPORT_STATUS(st);
     return st;
   }
   return ORU_RET_OK;

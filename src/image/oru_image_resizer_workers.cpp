@@ -246,10 +246,87 @@ ORU_API uint32_t resizer2_linear(uint8_t *dst, int32_t dst_width, int32_t dst_he
   return ORU_RET_OK;
 }
 
+}  // extern "C"
+
+namespace {
+
+// Depth 1 of the growth scheme: 32-bit float samples, float weights, no 11-bit scaling.
+uint32_t fast_bilinear_float(float *dst, int32_t dst_width, int32_t dst_height, int64_t dst_stride, int32_t channels,
+                             const float *src, int32_t src_width, int32_t src_height, int64_t src_stride) {
+  const int64_t n = int64_t(dst_width) * channels;
+  const int64_t padded = (n + 31) & ~int64_t(31);
+  Scratch<int32_t> off(n), ry(dst_height);
+  Scratch<float> weights(2 * n + 2 * int64_t(dst_height)), lines(2 * padded);
+  if (!off || !ry || !weights || !lines) return ORU_RET_ERR_MEMORY;
+  float *a0 = weights.get(), *a1 = a0 + n, *b0 = a1 + n, *b1 = b0 + dst_height;
+  const double inv_x = 1.0 / (double(dst_width) / src_width), inv_y = 1.0 / (double(dst_height) / src_height);
+  int32_t x_limit = dst_width;
+  for (int32_t dx = 0; dx < dst_width; ++dx) {
+    const float f = float(double(float(dx) + 0.5f) * inv_x - 0.5);
+    int32_t sx = int32_t(std::floor(f));
+    float fx = f - float(sx);
+    if (sx < 0) {
+      fx = 0.0f;
+      sx = 0;
+    }
+    if (sx + 1 >= src_width) {
+      if (dx < x_limit) x_limit = dx;
+      if (sx >= src_width - 1) {
+        fx = 0.0f;
+        sx = src_width - 1;
+      }
+    }
+    for (int32_t k = 0; k < channels; ++k) {
+      const int64_t e = int64_t(dx) * channels + k;
+      off[e] = sx * channels + k;
+      a0[e] = 1.0f - fx;
+      a1[e] = fx;
+    }
+  }
+  for (int32_t dy = 0; dy < dst_height; ++dy) {
+    const float f = float(double(float(dy) + 0.5f) * inv_y - 0.5);
+    const float fl = std::floor(f);
+    ry[dy] = int32_t(fl);
+    b1[dy] = f - fl;
+    b0[dy] = 1.0f - b1[dy];
+  }
+  const int64_t split = int64_t(x_limit) * channels;
+  float *buf[2] = {lines.get(), lines.get() + padded};
+  int32_t have[2] = {-1, -1};
+  auto compute = [&](float *out, int32_t r) {
+    const float *s = reinterpret_cast<const float *>(reinterpret_cast<const uint8_t *>(src) + r * src_stride);
+    for (int64_t e = 0; e < split; ++e) out[e] = s[off[e]] * a0[e] + s[off[e] + channels] * a1[e];
+    for (int64_t e = split; e < n; ++e) out[e] = s[off[e]];
+  };
+  for (int32_t dy = 0; dy < dst_height; ++dy) {
+    const int32_t r[2] = {ry[dy] < 0 ? 0 : ry[dy] > src_height - 1 ? src_height - 1 : ry[dy],
+                          ry[dy] + 1 < 0 ? 0 : ry[dy] + 1 > src_height - 1 ? src_height - 1 : ry[dy] + 1};
+    for (int k = 0; k < 2; ++k) {
+      if (have[k] == r[k]) continue;
+      if (have[1 - k] == r[k])
+        std::memcpy(buf[k], buf[1 - k], size_t(n) * sizeof(float));
+      else
+        compute(buf[k], r[k]);
+      have[k] = r[k];
+    }
+    float *d = reinterpret_cast<float *>(reinterpret_cast<uint8_t *>(dst) + dy * dst_stride);
+    for (int64_t e = 0; e < n; ++e) d[e] = buf[0][e] * b0[dy] + buf[1][e] * b1[dy];
+  }
+  return ORU_RET_OK;
+}
+
+}  // namespace
+
+extern "C" {
+
 ORU_API uint32_t fast_bilinear_resizer(uint8_t *dst, int32_t dst_width, int32_t dst_height, int32_t dst_stride,
                                        int32_t channels, const uint8_t *src, int32_t src_width, int32_t src_height,
                                        int32_t src_stride, uint32_t depth) {
-  // Only one byte a channel is served; wider samples have no caller in the library.
+  // Bytes (depth 0) and 32-bit floats (depth 1) are served; no caller in the library
+  // passes anything else.
+  if (depth == 1)
+    return fast_bilinear_float(reinterpret_cast<float *>(dst), dst_width, dst_height, dst_stride, channels,
+                               reinterpret_cast<const float *>(src), src_width, src_height, src_stride);
   if (depth != 0) return ORU_RET_ERR_NOT_SUPPORT;
   const int64_t n = int64_t(dst_width) * channels;
   const int64_t padded = (n + 31) & ~int64_t(31);

@@ -50,6 +50,20 @@ TEST(ImageResize, BilinearGrowthMatchesModelAndOpenCv) {
   EXPECT_EQ(resize(bgr.get(), 7, 21, ORU_RESIZE_BILINEAR), ref_bytes("rs_fast_bgr_7x21.raw"));
 }
 
+TEST(ImageResize, FloatGrowthMatchesOpenCv) {
+  const auto src_bytes = ref_bytes("rs_src_f32_13x9.raw"), want_bytes = ref_bytes("rs_cvlin_f32_29x21.raw");
+  std::vector<float> src(src_bytes.size() / 4), want(want_bytes.size() / 4), got(want.size(), -9.0f);
+  std::memcpy(src.data(), src_bytes.data(), src_bytes.size());
+  std::memcpy(want.data(), want_bytes.data(), want_bytes.size());
+  ASSERT_EQ(fast_bilinear_resizer(reinterpret_cast<uint8_t *>(got.data()), 29, 21, 29 * 3 * 4, 3,
+                                  reinterpret_cast<const uint8_t *>(src.data()), 13, 9, 13 * 3 * 4, 1),
+            0u);
+  for (size_t i = 0; i < want.size(); ++i) ASSERT_NEAR(got[i], want[i], 1e-5f) << i;
+  EXPECT_EQ(fast_bilinear_resizer(reinterpret_cast<uint8_t *>(got.data()), 29, 21, 29 * 3 * 4, 3,
+                                  reinterpret_cast<const uint8_t *>(src.data()), 13, 9, 13 * 3 * 4, 2),
+            ORU_RET_ERR_NOT_SUPPORT);
+}
+
 TEST(ImageResize, NearestAndHalfMatchModel) {
   ImagePtr bgr = src_image("bgr_37x29", 37, 29, ORU_IMAGE_BGR24);
   ImagePtr grey = src_image("gray_37x29", 37, 29, ORU_IMAGE_GRAY8);

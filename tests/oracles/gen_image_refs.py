@@ -172,6 +172,56 @@ def model_yuv420_to_bgr(Y, U, V):
     return out
 
 
+def q15(a, k):
+    return np.clip((a.astype(np.int64) * k + 16384) >> 15, -32768, 32767)
+
+
+def model_yuv420_arm(bgr):
+    """Code 8 on Arm: whole runs of 8 columns round each product by itself."""
+    Y, U, V = model_yuv420(bgr)
+    h, w, _ = bgr.shape
+    eh, ew = h & ~1, w & ~1
+    run = ew & ~7 if ew >= 8 else 0
+    if run and eh >= 2:
+        p = bgr[:eh, :run].astype(np.int64)
+        b, g, r = p[..., 0], p[..., 1], p[..., 2]
+        Y[:eh, :run] = clamp(q15(b, 3211) + q15(g, 16515) + q15(r, 8421) + 16)
+        blk = lambda c: (c[0::2, 0::2] + c[0::2, 1::2] + c[1::2, 0::2] + c[1::2, 1::2] + 2) >> 2
+        ba, ga, ra = blk(b), blk(g), blk(r)
+        U[:eh // 2, :run // 2] = clamp(q15(ba, 14385) + q15(ga, -9535) + q15(ra, -4850) + 128)
+        V[:eh // 2, :run // 2] = clamp(q15(ba, -2327) + q15(ga, -12059) + q15(ra, 14385) + 128)
+        if w & 1:
+            Y[:eh, w - 1] = Y[:eh, w - 2]
+            U[:eh // 2, -1] = U[:eh // 2, -2]
+            V[:eh // 2, -1] = V[:eh // 2, -2]
+        if h & 1:
+            Y[h - 1] = Y[h - 2]
+            U[-1] = U[-2]
+            V[-1] = V[-2]
+    return Y, U, V
+
+
+def model_yuv420_to_bgr_arm(Y, U, V):
+    """Code 9 on Arm: whole runs of 16 columns round each product by itself."""
+    out = model_yuv420_to_bgr(Y, U, V)
+    h, w = Y.shape
+    eh, ew = h & ~1, w & ~1
+    run = ew & ~15 if ew >= 16 else 0
+    if run:
+        yq = 4 * (Y[:eh, :run].astype(np.int64) - 16)
+        uq = 4 * (np.repeat(np.repeat(U.astype(np.int64) - 128, 2, 0), 2, 1)[:eh, :run])
+        vq = 4 * (np.repeat(np.repeat(V.astype(np.int64) - 128, 2, 0), 2, 1)[:eh, :run])
+        py = q15(yq, 9535)
+        out[:eh, :run, 0] = clamp(py + q15(uq, 16531))
+        out[:eh, :run, 1] = clamp(py + q15(uq, -3203) + q15(vq, -6660))
+        out[:eh, :run, 2] = clamp(py + q15(vq, 13074))
+        if w & 1:
+            out[:eh, w - 1] = out[:eh, w - 2]
+        if h & 1:
+            out[h - 1] = out[h - 2]
+    return out
+
+
 def model_yuv444(bgr):
     b, g, r = (bgr[..., k].astype(np.int64) for k in range(3))
     Y = ((3211 * b + 16515 * g + 8421 * r + 16384) >> 15) + 16
@@ -217,6 +267,9 @@ def colour_refs():
         v2 = rng.randint(0, 256, ((h + 1) // 2, (w + 1) // 2)).astype(np.uint8)
         save(IMG / f"conv_yuvsrc_{tag}.raw", np.concatenate([y2.ravel(), u2.ravel(), v2.ravel()]))
         save(IMG / f"conv_yuv2bgr_{tag}.raw", model_yuv420_to_bgr(y2, u2, v2))
+        Ya, Ua, Va = model_yuv420_arm(bgr)
+        save(IMG / f"conv_yuv420_arm_{tag}.raw", np.concatenate([Ya.ravel(), Ua.ravel(), Va.ravel()]))
+        save(IMG / f"conv_yuv2bgr_arm_{tag}.raw", model_yuv420_to_bgr_arm(y2, u2, v2))
         p444 = model_yuv444(bgr)
         save(IMG / f"conv_yuv444_{tag}.raw", p444)
         save(IMG / f"conv_yuv444bgr_{tag}.raw", model_yuv444_to_bgr(p444))
@@ -367,6 +420,10 @@ def resize_refs():
         "cvnn_bgr_23x40": cv2.resize(bgr, (23, 40), interpolation=cv2.INTER_NEAREST),
         "cvbox_bgr_19x15": cv2.resize(even, (19, 15), interpolation=cv2.INTER_AREA),
     }
+    # Float growth (depth 1 of the growth scheme) is plain float bilinear with edge clamping.
+    small_f = rng.uniform(-1, 1, (9, 13, 3)).astype(np.float32)
+    save(IMG / "rs_src_f32_13x9.raw", small_f)
+    cv["cvlin_f32_29x21"] = cv2.resize(small_f, (29, 21), interpolation=cv2.INTER_LINEAR)
     for k, v in cv.items():
         save(IMG / f"rs_{k}.raw", v)
 
