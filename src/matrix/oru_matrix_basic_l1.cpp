@@ -35,6 +35,30 @@ T reduce_by_four(int64_t n, Term term) {
   return s;
 }
 
+// Both sums of reduce_by_four in one pass over the array, each in the same order.
+template <typename T>
+void sum_and_squares(T *sum, T *sum_sq, const T *x, int64_t n) {
+  T s0 = 0, s1 = 0, s2 = 0, s3 = 0, q0 = 0, q1 = 0, q2 = 0, q3 = 0;
+  int64_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    s0 += x[i];
+    s1 += x[i + 1];
+    s2 += x[i + 2];
+    s3 += x[i + 3];
+    q0 += x[i] * x[i];
+    q1 += x[i + 1] * x[i + 1];
+    q2 += x[i + 2] * x[i + 2];
+    q3 += x[i + 3] * x[i + 3];
+  }
+  T s = (s0 + s1) + (s2 + s3), q = (q0 + q1) + (q2 + q3);
+  for (; i < n; ++i) {
+    s += x[i];
+    q += x[i] * x[i];
+  }
+  *sum = s;
+  *sum_sq = q;
+}
+
 // Integer sums wrap at 32 bits; unsigned arithmetic makes that well defined.
 template <typename T>
 uint32_t wrapping_sum(const T *x, int64_t n) {
@@ -146,12 +170,10 @@ ORU_API void array1d_power_sum_real64(double *out, const double *x, int64_t n) {
   *out = oru::reduce_by_four<double>(n, [x](int64_t i) { return x[i] * x[i]; });
 }
 ORU_API void array1d_sum_power_real32(float *sum, float *sum_sq, const float *x, int64_t n) {
-  array1d_sum_real32(sum, x, n);
-  array1d_power_sum_real32(sum_sq, x, n);
+  oru::sum_and_squares(sum, sum_sq, x, n);
 }
 ORU_API void array1d_sum_power_real64(double *sum, double *sum_sq, const double *x, int64_t n) {
-  array1d_sum_real64(sum, x, n);
-  array1d_power_sum_real64(sum_sq, x, n);
+  oru::sum_and_squares(sum, sum_sq, x, n);
 }
 
 ORU_API float two_arrays_dot_real32(const float *a, const float *b, int64_t n) {

@@ -86,7 +86,8 @@ ORU_API uint32_t oru_get_matrix_cols(oru_matrix *dst, const oru_matrix *src, int
   oru::fill_matrix_header(dst, src->rows, last - first, 1, src->type);
   dst->owns_data = 0;
   dst->stride = src->stride;
-  dst->data = static_cast<char *>(src->data) + int64_t(src->channel_bytes) * first;
+  // A header without storage gives a view without storage, not an offset from null.
+  dst->data = src->data ? static_cast<char *>(src->data) + int64_t(src->channel_bytes) * first : nullptr;
   return ORU_RET_OK;
 }
 

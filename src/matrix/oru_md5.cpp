@@ -31,7 +31,9 @@ inline uint32_t load_le(const uint8_t *p) {
 }
 
 struct F { static uint32_t f(uint32_t x, uint32_t y, uint32_t z) { return z ^ (x & (y ^ z)); } };
-struct G { static uint32_t f(uint32_t x, uint32_t y, uint32_t z) { return y ^ (z & (x ^ y)); } };
+// (x & z) | (y & ~z): the two parts share no bit, so an addition joins them, and the
+// part without x can start before x is known.
+struct G { static uint32_t f(uint32_t x, uint32_t y, uint32_t z) { return (y & ~z) + (x & z); } };
 struct H { static uint32_t f(uint32_t x, uint32_t y, uint32_t z) { return x ^ y ^ z; } };
 struct I { static uint32_t f(uint32_t x, uint32_t y, uint32_t z) { return y ^ (x | ~z); } };
 
@@ -41,7 +43,8 @@ template <typename Fn, int Round, int Step>
 inline void step(uint32_t &a, uint32_t b, uint32_t c, uint32_t d, const uint32_t *x) {
   constexpr int i = Round * 16 + Step;
   constexpr int word = Round == 0 ? Step : K[i - 16];
-  a = b + rotl(a + Fn::f(b, c, d) + x[word] + T[i], S[Round][Step & 3]);
+  // The message word and constant join a first, off the chain through b.
+  a = b + rotl(a + (x[word] + T[i]) + Fn::f(b, c, d), S[Round][Step & 3]);
 }
 
 template <typename Fn, int Round, int Step = 0>

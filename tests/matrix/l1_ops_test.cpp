@@ -199,6 +199,12 @@ TEST(L1Ops, FloatReductionsAgreeWithALongDoubleReference) {
     array1d_sum_power_real32(&got, &got_sq, x.data(), n);
     EXPECT_NEAR(got, float(s), tol);
     EXPECT_NEAR(got_sq, float(sq), tol);
+    // The one-pass form keeps the order of the separate sums, so it agrees to the bit.
+    float alone, alone_sq;
+    array1d_sum_real32(&alone, x.data(), n);
+    array1d_power_sum_real32(&alone_sq, x.data(), n);
+    EXPECT_EQ(got, alone);
+    EXPECT_EQ(got_sq, alone_sq);
     EXPECT_NEAR(two_arrays_dot_real32(x.data(), y.data(), n), float(dot), tol);
     EXPECT_NEAR(two_arrays_l1_distance_real32(x.data(), y.data(), int32_t(n)), float(l1), tol);
     EXPECT_NEAR(two_arrays_l2_distance_real32(x.data(), y.data(), int32_t(n)), float(l2), tol);

@@ -137,6 +137,9 @@ TEST(MatrixCore, ColumnViews) {
   EXPECT_EQ(v.stride, m->stride);
   EXPECT_EQ(v.owns_data, 0u);
   EXPECT_EQ(static_cast<char *>(v.data), static_cast<char *>(m->data) + 16);
+  MatrixPtr bare(oru_create_matrix_header(3, 5, 1, aif64));
+  ASSERT_EQ(oru_get_matrix_cols(&v, bare.m, 1, 3), ORU_RET_OK);
+  EXPECT_EQ(v.data, nullptr);
   MatrixPtr deep(oru_create_matrix(3, 5, 2, aif64));
   capture_stdout_of([&] { EXPECT_EQ(oru_get_matrix_cols(&v, deep.m, 0, 1), ORU_RET_ERR_PARA); });
 }
