@@ -241,6 +241,41 @@ TEST(GemmRecords, LargePathAllTranspositions) {
   check_records_all_transpositions<double>(21, 19, 4700);
 }
 
+// Column views of wider matrices: leading dimensions come from the records' byte strides.
+TEST(GemmRecords, ColumnViewsUseTheRowStride) {
+  const int m = 9, n = 7, wide = 12;
+  for (int k : {5, 13000}) {  // small path, then large (208000 elements)
+    const auto abuf = oru_test::random_values<float>(size_t(m) * (k + 3), -1, 1, 32);
+    const auto bbuf = oru_test::random_values<float>(size_t(k) * wide, -1, 1, 33);
+    const auto cbuf0 = oru_test::random_values<float>(size_t(m) * wide, -1, 1, 34);
+    std::vector<float> cbuf = cbuf0;
+    oru_matrix fa = view((void *)abuf.data(), m, k + 3, aif32, k + 3), fb = view((void *)bbuf.data(), k, wide, aif32, wide),
+               fc = view(cbuf.data(), m, wide, aif32, wide);
+    oru_matrix va, vb, vc;
+    ASSERT_EQ(oru_get_matrix_cols(&va, &fa, 1, 1 + k), ORU_RET_OK);
+    ASSERT_EQ(oru_get_matrix_cols(&vb, &fb, 2, 2 + n), ORU_RET_OK);
+    ASSERT_EQ(oru_get_matrix_cols(&vc, &fc, 3, 3 + n), ORU_RET_OK);
+    const float alpha = 1.5f, beta = -1.0f;
+    ASSERT_EQ(oru_matrix_mul_add(&vc, &va, 0, &vb, 0, &alpha, &beta), ORU_RET_OK);
+    for (int i = 0; i < m; ++i)
+      for (int j = 0; j < wide; ++j) {
+        const float got = cbuf[size_t(i) * wide + j], old = cbuf0[size_t(i) * wide + j];
+        if (j < 3 || j >= 3 + n) {
+          ASSERT_EQ(got, old) << "outside the view";
+          continue;
+        }
+        double s = 0, sa = 0;
+        for (int l = 0; l < k; ++l) {
+          const double p = double(abuf[size_t(i) * (k + 3) + 1 + l]) * bbuf[size_t(l) * wide + 2 + (j - 3)];
+          s += p;
+          sa += std::fabs(p);
+        }
+        const double e = alpha * s + beta * old;
+        ASSERT_NEAR(got, e, (k + 3) * 1.2e-7 * (alpha * sa + std::fabs(old))) << "k=" << k << " " << i << "," << j;
+      }
+  }
+}
+
 TEST(GemmRecords, MulIsAlphaOneBetaZero) {
   const int m = 5, n = 6, k = 7;
   const auto a = oru_test::random_values<double>(m * k, -1, 1, 1);
