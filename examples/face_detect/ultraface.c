@@ -268,19 +268,6 @@ void ultraface_release(ultraface **net) {
   free(u);
 }
 
-/* The weight words and the MD5 digest behind them. */
-static int load_weights(float *words, int32_t count, const char *path) {
-  FILE *f = fopen(path, "rb");
-  if (!f) return 1;
-  uint8_t stored[16] = {0}, computed[16];
-  size_t got = fread(words, 4, (size_t)count, f);
-  size_t tail = fread(stored, 1, 16, f);
-  fclose(f);
-  if (got != (size_t)count || tail != 16) return 1;
-  if (oru_hash_md5_sum(computed, words, (int64_t)count * 4) != 0) return 1;
-  return memcmp(stored, computed, 16) != 0;
-}
-
 static ultraface *fail(ultraface *u, const char *what, const char *path) {
   fprintf(stderr, "face_detect: %s%s%s\n", what, path ? ": " : "", path ? path : "");
   ultraface_release(&u);
@@ -297,7 +284,7 @@ ultraface *ultraface_create(const char *weights_path, uint32_t conv_method) {
   u->candidates = (float *)malloc(sizeof(float) * 5 * ULTRAFACE_PRIORS);
   u->kept = (float *)malloc(sizeof(float) * 5 * ULTRAFACE_PRIORS);
   if (!u->weights || !u->decoded || !u->candidates || !u->kept) return fail(u, "out of memory", NULL);
-  if (load_weights(u->weights, ULTRAFACE_WEIGHT_WORDS, weights_path) != 0)
+  if (oru_cg_load_model(u->weights, ULTRAFACE_WEIGHT_WORDS, weights_path) != 0)
     return fail(u, "cannot load the weights (missing, short or wrong digest)", weights_path);
 
   int32_t in_dims[4] = {ULTRAFACE_WIDTH, ULTRAFACE_HEIGHT, 3, 1};

@@ -26,8 +26,8 @@ constexpr ValueTables kTables;
 }  // namespace
 
 // The value tables of the float transforms, under the names the detector code knows them by.
-constexpr const float (&map_table)[256] = kTables.unit;
-constexpr const float (&ai8u_to_aif32_norm)[256] = kTables.norm;
+static constexpr const float (&map_table)[256] = kTables.unit;
+static constexpr const float (&ai8u_to_aif32_norm)[256] = kTables.norm;
 
 namespace {
 

@@ -231,6 +231,7 @@ TEST(Face, ShippedDigestIsCheckedAndATamperedFileIsRefused) {
   uint8_t digest[16];
   ASSERT_EQ(oru_hash_md5_sum(digest, words.data(), int64_t(words.size()) * 4), 0u);
   EXPECT_EQ(std::memcmp(digest, bytes.data() + 4 * ULTRAFACE_WEIGHT_WORDS, 16), 0);
+  EXPECT_EQ(oru_cg_load_model(words.data(), ULTRAFACE_WEIGHT_WORDS, kWeights.c_str()), 0u);
   EXPECT_TRUE(Net(ultraface_create(kWeights.c_str(), 0)));
 
   // one weight of the last layer changed: the digest no longer agrees
@@ -241,6 +242,7 @@ TEST(Face, ShippedDigestIsCheckedAndATamperedFileIsRefused) {
     std::ofstream out(bad_path, std::ios::binary);
     out.write(reinterpret_cast<const char *>(bad.data()), std::streamsize(bad.size()));
   }
+  EXPECT_EQ(oru_cg_load_model(words.data(), ULTRAFACE_WEIGHT_WORDS, bad_path.c_str()), 1u);
   Net net(ultraface_create(bad_path.c_str(), 2));
   EXPECT_FALSE(net);
   // a file cut short is refused too
