@@ -269,7 +269,7 @@ void ultraface_release(ultraface **net) {
 }
 
 static ultraface *fail(ultraface *u, const char *what, const char *path) {
-  fprintf(stderr, "face_detect: %s%s%s\n", what, path ? ": " : "", path ? path : "");
+  fprintf(stderr, "ultraface: %s%s%s\n", what, path ? ": " : "", path ? path : "");
   ultraface_release(&u);
   return NULL;
 }
@@ -347,7 +347,8 @@ const float *ultraface_locations(ultraface *net) {
 
 int32_t ultraface_detect(ultraface *net, const oru_image *bgr, float threshold, float iou, int keep_aspect,
                          float *faces, int32_t max_faces) {
-  if (!net || !bgr || !faces || max_faces < 0) return -1;
+  /* the input transform takes byte 2 of a pixel as red */
+  if (!net || !bgr || !faces || max_faces < 0 || bgr->format != ORU_IMAGE_BGR24) return -1;
   int32_t top = 0, bottom = 0, left = 0, right = 0;
   oru_image *padded = NULL;
   const oru_image *source = bgr;

@@ -177,6 +177,18 @@ TEST(Face, PaddedToFourByThreeTheBoxesMapBackToTheImage) {
 // The shape nodes and the graph loop allocate nothing per frame; the convolution kernels
 // still take their short scratch inside each call, at most one block per node, the same
 // every run.
+TEST(Face, DetectRefusesImagesItWouldMisread) {
+  Net net(ultraface_create(kWeights.c_str(), 0));
+  ASSERT_TRUE(net);
+  std::vector<float> out(5 * 8);
+  Image grey(oru_create_image(64, 48, ORU_IMAGE_GRAY8));
+  ASSERT_TRUE(grey);
+  EXPECT_EQ(ultraface_detect(net.get(), grey.get(), 0.7f, 0.3f, 0, out.data(), 8), -1);
+  EXPECT_EQ(ultraface_detect(net.get(), nullptr, 0.7f, 0.3f, 0, out.data(), 8), -1);
+  EXPECT_EQ(ultraface_detect(nullptr, grey.get(), 0.7f, 0.3f, 0, out.data(), 8), -1);
+  EXPECT_EQ(ultraface_create(kWeights.c_str(), 7), nullptr);  // no such conv method
+}
+
 TEST(Face, GraphRunAllocatesNoMoreThanConvolutionScratch) {
   for (uint32_t method : {0u, 2u, ULTRAFACE_METHOD_PER_LAYER}) {
     Net net(ultraface_create(kWeights.c_str(), method));
