@@ -151,9 +151,6 @@ int main(int argc, char **argv) {
       free(times);
     }
   }
-  for (int32_t i = 0; status == 0 && i < n; ++i)
-    printf("%.2f %.2f %.2f %.2f %.4f\n", faces[5 * i], faces[5 * i + 1], faces[5 * i + 2], faces[5 * i + 3],
-           faces[5 * i + 4]);
   if (status == 0 && out_path) {
     for (int32_t i = 0; i < n; ++i) draw_box(image, faces + 5 * i);
     /* written under a temporary name and renamed, so a failed write leaves no partial file */
@@ -171,6 +168,10 @@ int main(int argc, char **argv) {
       free(tmp);
     }
   }
+  /* faces are printed once the image is written, so a failed run prints only its error */
+  for (int32_t i = 0; status == 0 && i < n; ++i)
+    printf("%.2f %.2f %.2f %.2f %.4f\n", faces[5 * i], faces[5 * i + 1], faces[5 * i + 2], faces[5 * i + 3],
+           faces[5 * i + 4]);
   free(faces);
   ultraface_release(&net);
   oru_release_matrix(&image);

@@ -23,6 +23,17 @@ foreach(bad missing.bmp not-a-bmp.bmp cut.bmp)
   endif()
 endforeach()
 
+# a good image with an output that can't be written: one error line, no faces, no file
+execute_process(COMMAND ${PROGRAM} ${SOURCE}/data/images/faces-3.bmp -o ${WORK}/no-such-folder/out.bmp
+  RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT rc EQUAL 1 OR out MATCHES "0\\.[0-9]+\n" OR NOT err MATCHES "^face_detect: .*\n$")
+  message(FATAL_ERROR "unwritable output: status ${rc}, stdout ${out}, stderr ${err}")
+endif()
+file(GLOB left_over ${WORK}/no-such-folder*)
+if(left_over)
+  message(FATAL_ERROR "unwritable output left ${left_over}")
+endif()
+
 # a good run from another working folder: default model found, faces printed, image written
 file(REMOVE ${WORK}/out.bmp)
 execute_process(COMMAND ${PROGRAM} ${SOURCE}/data/images/faces-3.bmp -o ${WORK}/out.bmp
