@@ -25,9 +25,9 @@ static int dump(const char *dir, const char *name, const oru_tensor *t) {
 
 int main(int argc, char **argv) {
   const char *image_path = NULL, *dir = NULL, *model = ULTRAFACE_DEFAULT_MODEL;
-  int method = 2, keep_aspect = 0, extra[64], n_extra = 0;
+  int method = 2, keep_aspect = 0, model_given = 0, extra[64], n_extra = 0;
   for (int i = 1; i < argc; ++i) {
-    if (!strcmp(argv[i], "--model") && i + 1 < argc) model = argv[++i];
+    if (!strcmp(argv[i], "--model") && i + 1 < argc) model = argv[++i], model_given = 1;
     else if (!strcmp(argv[i], "--method") && i + 1 < argc) method = atoi(argv[++i]);
     else if (!strcmp(argv[i], "--node") && i + 1 < argc && n_extra < 64) extra[n_extra++] = atoi(argv[++i]);
     else if (!strcmp(argv[i], "--keep-aspect")) keep_aspect = 1;
@@ -43,7 +43,7 @@ int main(int argc, char **argv) {
   /* the default path is relative to the repository; fall back to the source tree's copy */
   FILE *probe = fopen(model, "rb");
   if (probe) fclose(probe);
-  else if (model == (const char *)ULTRAFACE_DEFAULT_MODEL) model = ULTRAFACE_SOURCE_MODEL;
+  else if (!model_given) model = ULTRAFACE_SOURCE_MODEL;
 #endif
   oru_image *image = oru_create_image_from_file(image_path, 2);
   if (!image) {

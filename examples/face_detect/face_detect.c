@@ -84,7 +84,7 @@ static void draw_box(oru_image *img, const float *r) {
 int main(int argc, char **argv) {
   const char *image_path = NULL, *out_path = NULL, *model = ULTRAFACE_DEFAULT_MODEL;
   float threshold = 0.7f, iou = 0.3f;
-  int repeat = 0, keep_aspect = 0, method = (int)ULTRAFACE_METHOD_PER_LAYER;
+  int repeat = 0, keep_aspect = 0, model_given = 0, method = (int)ULTRAFACE_METHOD_PER_LAYER;
   for (int i = 1; i < argc; ++i) {
     const char *a = argv[i];
     int has_value = i + 1 < argc;
@@ -92,7 +92,7 @@ int main(int argc, char **argv) {
     else if (!strcmp(a, "--threshold") && has_value) threshold = strtof(argv[++i], NULL);
     else if (!strcmp(a, "--iou") && has_value) iou = strtof(argv[++i], NULL);
     else if (!strcmp(a, "--repeat") && has_value) repeat = atoi(argv[++i]);
-    else if (!strcmp(a, "--model") && has_value) model = argv[++i];
+    else if (!strcmp(a, "--model") && has_value) model = argv[++i], model_given = 1;
     else if (!strcmp(a, "--method") && has_value) {
       const char *m = argv[++i];
       method = !strcmp(m, "auto") ? (int)ULTRAFACE_METHOD_PER_LAYER : !strcmp(m, "0") ? 0 : !strcmp(m, "2") ? 2 : -1;
@@ -106,7 +106,7 @@ int main(int argc, char **argv) {
   /* A model given as a relative path that isn't there is also looked up beside the
    * source tree, so the default works from the repository root and the build folder. */
   struct stat st;
-  if (stat(model, &st) != 0 && model == (const char *)ULTRAFACE_DEFAULT_MODEL) {
+  if (!model_given && stat(model, &st) != 0) {
 #ifdef ULTRAFACE_SOURCE_MODEL
     model = ULTRAFACE_SOURCE_MODEL;
 #endif
