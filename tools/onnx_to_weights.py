@@ -77,6 +77,7 @@ def convert(model_path):
         relu = len(after) == 1 and after[0].op_type == "Relu"
         if relu:
             handled.add(id(after[0]))
+            tail = after[0].output[0]
         for n in after:
             if n.op_type not in PLUMBING | {"Conv", "Relu"}:
                 raise UnknownLayer(f"unsupported layer {n.op_type} after {node.name or node.output[0]}")
@@ -84,7 +85,7 @@ def convert(model_path):
         layers.append(dict(name=node.input[1].rsplit(".weight", 1)[0], in_c=in_per_group * groups, out_c=out_c,
                            k=kh, stride=a.get("strides", [1, 1])[0], pad=pads[0], groups=groups,
                            bias=int(bias is not None), bn=int(has_bn), relu=int(relu), offset=offset,
-                           count=block.size))
+                           count=block.size, output=tail))
         offset += block.size
         chunks.append(block)
     for node in graph.node:

@@ -1,0 +1,89 @@
+#!/usr/bin/env python3
+"""Finds the first layer where the library's face network departs from OpenCV DNN.
+
+  build/.../dump_nodes IMAGE.bmp DUMPDIR            # the library's layer outputs
+  /usr/bin/python3 tools/compare_layers.py DUMPDIR [--onnx MODEL.onnx] [--tol 1e-4]
+
+OpenCV DNN runs the ONNX network on the very input tensor the library used
+(DUMPDIR/input.tensor); every convolution of the library (after its batch norm and
+activation, as the library fuses them) is compared with the matching ONNX output, in
+graph order, then the final scores and boxes. Prints one line per layer and names the
+first one whose largest difference exceeds tol x max(1, largest reference value).
+Exit status: 0 all agree, 1 a layer differs, 2 usage or file errors.
+"""
+import argparse
+import os
+import sys
+
+import cv2
+import numpy as np
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import onnx_to_weights  # noqa: E402
+
+ROOT = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
+MAGIC = b"Morvex Tensor V1.0\0"
+TYPES = {6: np.float32, 7: np.float64, 5: np.int32, 3: np.int16}
+
+
+def read_tensor(path):
+    with open(path, "rb") as f:
+        blob = f.read()
+    if not blob.startswith(MAGIC):
+        raise ValueError(f"{path}: not a tensor file")
+    ndims, typ, _layout = np.frombuffer(blob, "<i4", 3, 32)
+    dims = np.frombuffer(blob, "<i4", ndims, 44)
+    data = np.frombuffer(blob, TYPES[int(typ) & 7], -1, 44 + 4 * ndims)
+    return dims.tolist(), data
+
+
+def main(argv):
+    ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    ap.add_argument("dump_dir")
+    ap.add_argument("--onnx", default=os.path.join(ROOT, "models", "ultraface",
+                                                   "version-slim-320_without_postprocessing.onnx"))
+    ap.add_argument("--tol", type=float, default=1e-4)
+    args = ap.parse_args(argv)
+    try:
+        _, layers = onnx_to_weights.convert(args.onnx)
+        dims, x = read_tensor(os.path.join(args.dump_dir, "input.tensor"))
+    except (OSError, ValueError, onnx_to_weights.UnknownLayer) as e:
+        print(f"compare_layers: {e}", file=sys.stderr)
+        return 2
+    w, h, c = dims[0], dims[1], dims[2]
+    net = cv2.dnn.readNetFromONNX(args.onnx)
+    net.setPreferableBackend(cv2.dnn.DNN_BACKEND_OPENCV)
+    net.setInput(x.reshape(1, c, h, w).astype(np.float32))
+    wanted = [(l["name"], "onnx_node_output_0!" + l["output"]) for l in layers]
+    wanted += [("scores", "scores"), ("boxes", "boxes")]
+    outputs = net.forward([name for _, name in wanted])
+    first_bad = None
+    for (mine, _), ref in zip(wanted, outputs):
+        path = os.path.join(args.dump_dir, mine + ".tensor")
+        try:
+            _, got = read_tensor(path)
+        except (OSError, ValueError) as e:
+            print(f"compare_layers: {e}", file=sys.stderr)
+            return 2
+        ref = ref.astype(np.float32).ravel()
+        if got.size != ref.size:
+            print(f"{mine:32s} size {got.size} against {ref.size}")
+            first_bad = first_bad or mine
+            continue
+        diff = np.abs(got - ref)
+        worst = int(np.argmax(diff))
+        scale = max(1.0, float(np.max(np.abs(ref))))
+        bad = diff[worst] > args.tol * scale
+        print(f"{mine:32s} max |diff| {diff[worst]:.3e} at {worst} (ref {ref[worst]:+.5f}, got {got[worst]:+.5f})"
+              f"{'  <-- differs' if bad else ''}")
+        if bad and first_bad is None:
+            first_bad = mine
+    if first_bad:
+        print(f"first layer beyond tolerance: {first_bad}")
+        return 1
+    print("all layers agree within tolerance")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
