@@ -169,7 +169,7 @@ TEST(Face, PaddedToFourByThreeTheBoxesMapBackToTheImage) {
   ASSERT_TRUE(net);
   Image img = load_image("faces-2.bmp");
   ASSERT_TRUE(img);
-  std::vector<Box> ref = read_boxes(oru_test::data_path("face/faces-2.keep-aspect.boxes.txt"));
+  std::vector<Box> ref = read_boxes(oru_test::data_path("face/faces-2.padded-4x3.boxes.txt"));
   ASSERT_FALSE(ref.empty());
   expect_same_detections(ref, detect(net.get(), img.get(), 1), kOwnResize);
 }

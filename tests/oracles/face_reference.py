@@ -6,7 +6,7 @@ ONNX file and NumPy post-processing, written to tests/data/face/.
   line each in the image's pixels, best first (bilinear resize to 320x240 with OpenCV,
   RGB, (v - 127.5) / 128, threshold 0.7, greedy NMS at IoU 0.3).
 * faces-1.sampled.boxes.txt: the final boxes for that sampled input.
-* faces-2.keep-aspect.boxes.txt: the same for faces-2.bmp padded to 4:3 first.
+* faces-2.padded-4x3.boxes.txt: the same for faces-2.bmp padded to 4:3 first.
 * raw_scores.f32 / raw_boxes.f32: the raw outputs (4420 x 2 and
   4420 x 4 little-endian floats) for an input that a test can rebuild exactly without
   any resizer: faces-1.bmp sampled at integer nearest positions (x * w // 320,
@@ -104,7 +104,7 @@ def main():
     rgb = cv2.cvtColor(cv2.resize(padded, (W, H), interpolation=cv2.INTER_LINEAR), cv2.COLOR_BGR2RGB)
     scores, locs = run_net(net, blob_from_rgb(rgb))
     found = detect(scores.astype(np.float64), locs.astype(np.float64), pw, ph)
-    with open(os.path.join(OUT, "faces-2.keep-aspect.boxes.txt"), "w") as f:
+    with open(os.path.join(OUT, "faces-2.padded-4x3.boxes.txt"), "w") as f:
         for box, score in found:
             f.write("%.4f %.4f %.4f %.4f %.6f\n" % (box[0] - left, box[1] - top, box[2] - left, box[3] - top, score))
     print(f"faces-2 padded to 4:3: {len(found)} faces")
