@@ -131,12 +131,7 @@ ORU_API uint32_t oru_init_affine_context_inference(oru_cg_handle *handle, int32_
 }
 
 ORU_API uint32_t oru_uninit_affine_context(void **context) {
-  if (!context || !*context) return ORU_RET_ERR_PARA;
-  auto *c = static_cast<oru_cg_affine_context *>(*context);
-  if (c->output) oru_release_tensor(&c->output);
-  oru_free(c);
-  *context = nullptr;
-  return ORU_RET_OK;
+  return cg_release_context<oru_cg_affine_context>(context);
 }
 
 ORU_API oru_tensor *oru_get_affine_inference_data(oru_cg_handle *handle, int32_t node) {

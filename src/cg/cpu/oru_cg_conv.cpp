@@ -2,7 +2,6 @@
 // dilated and transposed. They resolve their tensors at prepare, pack the kernels once for
 // conv method 2, and at run call the kernel family the method selects, then the bias pass.
 #include <cstdint>
-#include <cstring>
 #include <utility>
 
 #include "cg/cpu/oru_cg_conv_internal.h"
@@ -40,6 +39,12 @@ oru_tensor *conv_make_output(const oru_tensor *input, int32_t out_w, int32_t out
   return out;
 }
 
+void conv_release_calc_info(void *calc_info) {
+  if (!calc_info) return;
+  auto *info = static_cast<oru_im2col_gemm_info *>(calc_info);
+  oru_release_im2col_gemm_calc_info(&info);
+}
+
 }  // namespace oru
 
 namespace {
@@ -72,17 +77,10 @@ uint32_t init_context(oru_cg_handle *h, int32_t node, const void *params, Kind k
   if (!params) return ORU_RET_ERR_PARA;
   if (oru::cg_check_init(h, node)) return ORU_RET_ERR_PARA;
   const bool method_free = kind == Kind::dilated || kind == Kind::transposed;
-  // The packed HWG family and the fixed-point kernels are not part of this build: refuse
-  // them here rather than let a node run half of its work.
-  if (!method_free && (h->conv_method == ORU_CG_CONV_PACKED_HWG || h->backend == ORU_CG_BACKEND_FIXED))
-    ORU_FAIL(ORU_RET_ERR_NOT_SUPPORT);
+  if (!method_free && oru::conv_unbuilt_method(h)) ORU_FAIL(ORU_RET_ERR_NOT_SUPPORT);
   oru_conv2d_context *c = oru::cg_new_context<oru_conv2d_context>(op_code_of(kind));
   if (!c) return ORU_RET_ERR_MEMORY;
-  std::memcpy(&c->params, params, sizeof c->params);
-  c->conv_method = h->conv_method;
-  c->conv_workers = h->conv_workers;
-  c->backend = method_free ? 0u : h->backend;
-  c->dev_type = h->dev_type;
+  oru::conv_fill_context(c, params, h, method_free ? 0u : h->backend);
   oru::cg_install(h, node, c, forward_of(kind));
   return ORU_RET_OK;
 }
@@ -120,16 +118,8 @@ uint32_t init_inference(oru_cg_handle *h, int32_t node, Kind kind) {
 }
 
 uint32_t uninit(void **context) {
-  if (!context || !*context) return ORU_RET_ERR_PARA;
-  auto *c = static_cast<oru_conv2d_context *>(*context);
-  if (c->output) oru_release_tensor(&c->output);
-  if (c->calc_info) {
-    auto *info = static_cast<oru_im2col_gemm_info *>(c->calc_info);
-    oru_release_im2col_gemm_calc_info(&info);
-  }
-  oru_free(c);
-  *context = nullptr;
-  return ORU_RET_OK;
+  return oru::cg_release_context<oru_conv2d_context>(
+      context, [](oru_conv2d_context *c) { oru::conv_release_calc_info(c->calc_info); });
 }
 
 using ChwKernel = uint32_t (*)(oru_tensor *, const oru_tensor *, const oru_tensor *, const oru_conv2d_params *,

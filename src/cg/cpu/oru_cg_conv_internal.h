@@ -4,6 +4,7 @@
 #define ORU_CG_CONV_INTERNAL_H
 
 #include <cstdint>
+#include <cstring>
 
 #include "oru_cg.h"
 
@@ -34,6 +35,25 @@ void conv_resolve_inputs(oru_cg_handle *h, int32_t node, oru_tensor **input, oru
 // and channel count; a header only on an external device unless storage is forced.
 oru_tensor *conv_make_output(const oru_tensor *input, int32_t out_w, int32_t out_h, int32_t channels,
                              uint32_t dev_type, bool force_storage);
+
+// The packed HWG family and the fixed-point kernels are not part of this build: a node asking
+// for them is refused at init_context rather than left to run half of its work.
+inline bool conv_unbuilt_method(const oru_cg_handle *h) {
+  return h->conv_method == ORU_CG_CONV_PACKED_HWG || h->backend == ORU_CG_BACKEND_FIXED;
+}
+
+// Copies a node's parameters and the handle's convolution settings into its fresh context.
+template <typename Ctx>
+void conv_fill_context(Ctx *c, const void *params, const oru_cg_handle *h, uint32_t backend) {
+  std::memcpy(&c->params, params, sizeof c->params);
+  c->conv_method = h->conv_method;
+  c->conv_workers = h->conv_workers;
+  c->backend = backend;
+  c->dev_type = h->dev_type;
+}
+
+// Releases the packed kernels a node made at prepare for the im2col method; null is fine.
+void conv_release_calc_info(void *calc_info);
 
 }  // namespace oru
 

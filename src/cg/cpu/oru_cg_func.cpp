@@ -257,23 +257,15 @@ ORU_API uint32_t oru_init_bias_context_inference(oru_cg_handle *handle, int32_t 
 }
 
 ORU_API uint32_t oru_uninit_bias_context(void **context) {
-  if (!context || !*context) return ORU_RET_ERR_PARA;
-  auto *c = static_cast<oru_cg_binary_context *>(*context);
-  if (c->backend == 1 && c->input_b) oru_release_tensor(&c->input_b);
-  // On the CPU the output is the input's tensor; only the device copies are this node's.
-  if (c->output && c->output != c->input_a) oru_release_tensor(&c->output);
-  oru_free(c);
-  *context = nullptr;
-  return ORU_RET_OK;
+  return cg_free_context<oru_cg_binary_context>(context, [](oru_cg_binary_context *c) {
+    if (c->backend == 1 && c->input_b) oru_release_tensor(&c->input_b);
+    // On the CPU the output is the input's tensor; only the device copies are this node's.
+    if (c->output && c->output != c->input_a) oru_release_tensor(&c->output);
+  });
 }
 
 ORU_API uint32_t oru_uninit_binary_context(void **context) {
-  if (!context || !*context) return ORU_RET_ERR_PARA;
-  auto *c = static_cast<oru_cg_binary_context *>(*context);
-  if (c->output) oru_release_tensor(&c->output);
-  oru_free(c);
-  *context = nullptr;
-  return ORU_RET_OK;
+  return cg_release_context<oru_cg_binary_context>(context);
 }
 
 ORU_API oru_tensor *oru_get_binary_inference_data(oru_cg_handle *handle, int32_t node) {

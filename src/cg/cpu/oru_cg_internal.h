@@ -61,6 +61,32 @@ Ctx *cg_new_context(int32_t op_type) {
   return c;
 }
 
+// The body of every uninit_context: refuses a null, lets release(c) free what the context
+// owns, frees the context itself and clears the caller's pointer.
+template <typename Ctx, typename Release>
+uint32_t cg_free_context(void **context, Release release) {
+  if (!context || !*context) return ORU_RET_ERR_PARA;
+  Ctx *c = static_cast<Ctx *>(*context);
+  release(c);
+  oru_free(c);
+  *context = nullptr;
+  return ORU_RET_OK;
+}
+
+// As cg_free_context for a context that owns its output: releases it, then what extra(c) frees.
+template <typename Ctx, typename Extra>
+uint32_t cg_release_context(void **context, Extra extra) {
+  return cg_free_context<Ctx>(context, [&](Ctx *c) {
+    if (c->output) oru_release_tensor(&c->output);
+    extra(c);
+  });
+}
+
+template <typename Ctx>
+uint32_t cg_release_context(void **context) {
+  return cg_release_context<Ctx>(context, [](Ctx *) {});
+}
+
 // Checks the arguments of init_context: 1 for a bad handle or id, or a node that has a context already.
 inline uint32_t cg_check_init(const oru_cg_handle *h, int32_t node) {
   if (!cg_node_ok(h, node) || !h->forward || h->contexts[node]) return ORU_RET_ERR_PARA;

@@ -110,13 +110,9 @@ ORU_API uint32_t oru_init_linear_context_inference(oru_cg_handle *handle, int32_
 }
 
 ORU_API uint32_t oru_uninit_linear_context(void **context) {
-  if (!context || !*context) return ORU_RET_ERR_PARA;
-  auto *c = static_cast<oru_cg_linear_context *>(*context);
-  if (c->output) oru_release_tensor(&c->output);
-  if (c->backend == 1 && c->weights) oru_release_tensor(&c->weights);
-  oru_free(c);
-  *context = nullptr;
-  return ORU_RET_OK;
+  return cg_release_context<oru_cg_linear_context>(context, [](oru_cg_linear_context *c) {
+    if (c->backend == 1 && c->weights) oru_release_tensor(&c->weights);
+  });
 }
 
 ORU_API oru_tensor *oru_get_linear_inference_data(oru_cg_handle *handle, int32_t node) {

@@ -3,7 +3,6 @@
 // the bias once at prepare, so a run is the convolution and one bias-activation pass.
 #include <cmath>
 #include <cstdio>
-#include <cstring>
 
 #include "cg/cpu/oru_cg_conv_internal.h"
 #include "cg/cpu/oru_cg_internal.h"
@@ -28,11 +27,25 @@ int32_t fused_extent(int32_t in, int32_t kernel, int32_t stride, int32_t pad) {
   return span < 0 ? 0 : int32_t(span / stride + 1);
 }
 
-uint32_t refuse_unbuilt(const oru_cg_handle *h) {
-  // The packed HWG family and the fixed-point kernels are not part of this build.
-  if (h->conv_method == ORU_CG_CONV_PACKED_HWG || h->backend == ORU_CG_BACKEND_FIXED)
-    ORU_FAIL(ORU_RET_ERR_NOT_SUPPORT);
+// init_context of both operators: the parameters and the handle's settings, then install.
+template <typename Ctx>
+uint32_t init_fused(oru_cg_handle *h, int32_t node, const void *params, int32_t op_type,
+                    oru_cg_forward_fn forward) {
+  if (!params) return ORU_RET_ERR_PARA;
+  if (oru::cg_check_init(h, node)) return ORU_RET_ERR_PARA;
+  if (oru::conv_unbuilt_method(h)) ORU_FAIL(ORU_RET_ERR_NOT_SUPPORT);
+  auto *c = oru::cg_new_context<Ctx>(op_type);
+  if (!c) return ORU_RET_ERR_MEMORY;
+  oru::conv_fill_context(c, params, h, h->backend);
+  oru::cg_install(h, node, c, forward);
   return ORU_RET_OK;
+}
+
+// The output of both operators: no dilation, and the width's padding on both axes.
+oru_tensor *fused_output(const oru_tensor *input, const oru_conv2d_params &p, uint32_t dev_type) {
+  return oru::conv_make_output(input, fused_extent(input->dims[0], p.kernel_w, p.stride_w, p.pad_w),
+                               fused_extent(input->dims[1], p.kernel_h, p.stride_h, p.pad_w), p.out_channels,
+                               dev_type, false);
 }
 
 // The convolution step of both operators under methods 0 and 2.
@@ -93,33 +106,12 @@ uint32_t oru_tensor_fuse_conv2d_bn2d_weight(oru_tensor *destination, const oru_t
 }
 
 ORU_API uint32_t oru_init_conv2d_act_context(oru_cg_handle *h, int32_t node, const void *params) {
-  if (!params) return ORU_RET_ERR_PARA;
-  if (oru::cg_check_init(h, node)) return ORU_RET_ERR_PARA;
-  if (uint32_t st = refuse_unbuilt(h)) return st;
-  auto *c = oru::cg_new_context<oru_conv2d_act_context>(ORU_CG_OP_CONV2D_ACT);
-  if (!c) return ORU_RET_ERR_MEMORY;
-  std::memcpy(&c->params, params, sizeof c->params);
-  c->conv_method = h->conv_method;
-  c->conv_workers = h->conv_workers;
-  c->backend = h->backend;
-  c->dev_type = h->dev_type;
-  oru::cg_install(h, node, c, oru_cg_conv2d_act);
-  return ORU_RET_OK;
+  return init_fused<oru_conv2d_act_context>(h, node, params, ORU_CG_OP_CONV2D_ACT, oru_cg_conv2d_act);
 }
 
 ORU_API uint32_t oru_init_conv2d_bn2d_act_context(oru_cg_handle *h, int32_t node, const void *params) {
-  if (!params) return ORU_RET_ERR_PARA;
-  if (oru::cg_check_init(h, node)) return ORU_RET_ERR_PARA;
-  if (uint32_t st = refuse_unbuilt(h)) return st;
-  auto *c = oru::cg_new_context<oru_conv2d_bn2d_act_context>(ORU_CG_OP_CONV2D_BN2D_ACT);
-  if (!c) return ORU_RET_ERR_MEMORY;
-  std::memcpy(&c->params, params, sizeof c->params);
-  c->conv_method = h->conv_method;
-  c->conv_workers = h->conv_workers;
-  c->backend = h->backend;
-  c->dev_type = h->dev_type;
-  oru::cg_install(h, node, c, oru_cg_conv2d_bn2d_act);
-  return ORU_RET_OK;
+  return init_fused<oru_conv2d_bn2d_act_context>(h, node, params, ORU_CG_OP_CONV2D_BN2D_ACT,
+                                                 oru_cg_conv2d_bn2d_act);
 }
 
 ORU_API uint32_t oru_init_conv2d_act_context_inference(oru_cg_handle *h, int32_t node) {
@@ -128,10 +120,7 @@ ORU_API uint32_t oru_init_conv2d_act_context_inference(oru_cg_handle *h, int32_t
   if (!c) return ORU_RET_ERR_PARA;
   oru::conv_resolve_inputs(h, node, &c->input, &c->weight);
   const oru_conv2d_params &p = c->params.conv;
-  if (c->input && c->weight && c->input->ndims >= 3)
-    c->output = oru::conv_make_output(c->input, fused_extent(c->input->dims[0], p.kernel_w, p.stride_w, p.pad_w),
-                                      fused_extent(c->input->dims[1], p.kernel_h, p.stride_h, p.pad_w),
-                                      p.out_channels, c->dev_type, false);
+  if (c->input && c->weight && c->input->ndims >= 3) c->output = fused_output(c->input, p, c->dev_type);
   if (!c->output) ORU_FAIL_MSG(ORU_RET_ERR_MEMORY, oru::kCgOutputFailed);
   if (c->conv_method == ORU_CG_CONV_IM2COL_GEMM) {
     c->calc_info = oru_create_im2col_gemm_calc_info(c->input, c->weight, &p, &c->conv_workers);
@@ -150,9 +139,7 @@ ORU_API uint32_t oru_init_conv2d_bn2d_act_context_inference(oru_cg_handle *h, in
   oru::conv_resolve_inputs(h, node, &c->input, &c->weight);
   const oru_conv2d_params &p = c->params.conv;
   if (c->input && c->weight && c->input->ndims >= 3) {
-    c->output = oru::conv_make_output(c->input, fused_extent(c->input->dims[0], p.kernel_w, p.stride_w, p.pad_w),
-                                      fused_extent(c->input->dims[1], p.kernel_h, p.stride_h, p.pad_w),
-                                      p.out_channels, c->dev_type, false);
+    c->output = fused_output(c->input, p, c->dev_type);
     c->fused_weight = oru_create_tensor(c->weight->ndims, c->weight->dims, aif32);
   }
   if (!c->output || !c->fused_weight) ORU_FAIL_MSG(ORU_RET_ERR_MEMORY, oru::kCgOutputFailed);
@@ -167,30 +154,15 @@ ORU_API uint32_t oru_init_conv2d_bn2d_act_context_inference(oru_cg_handle *h, in
 }
 
 ORU_API uint32_t oru_uninit_conv2d_act_context(void **context) {
-  if (!context || !*context) return ORU_RET_ERR_PARA;
-  auto *c = static_cast<oru_conv2d_act_context *>(*context);
-  if (c->output) oru_release_tensor(&c->output);
-  if (c->calc_info) {
-    auto *info = static_cast<oru_im2col_gemm_info *>(c->calc_info);
-    oru_release_im2col_gemm_calc_info(&info);
-  }
-  oru_free(c);
-  *context = nullptr;
-  return ORU_RET_OK;
+  return oru::cg_release_context<oru_conv2d_act_context>(
+      context, [](oru_conv2d_act_context *c) { oru::conv_release_calc_info(c->calc_info); });
 }
 
 ORU_API uint32_t oru_uninit_conv2d_bn2d_act_context(void **context) {
-  if (!context || !*context) return ORU_RET_ERR_PARA;
-  auto *c = static_cast<oru_conv2d_bn2d_act_context *>(*context);
-  if (c->output) oru_release_tensor(&c->output);
-  if (c->fused_weight) oru_release_tensor(&c->fused_weight);
-  if (c->calc_info) {
-    auto *info = static_cast<oru_im2col_gemm_info *>(c->calc_info);
-    oru_release_im2col_gemm_calc_info(&info);
-  }
-  oru_free(c);
-  *context = nullptr;
-  return ORU_RET_OK;
+  return oru::cg_release_context<oru_conv2d_bn2d_act_context>(context, [](oru_conv2d_bn2d_act_context *c) {
+    if (c->fused_weight) oru_release_tensor(&c->fused_weight);
+    oru::conv_release_calc_info(c->calc_info);
+  });
 }
 
 ORU_API oru_tensor *oru_get_conv2d_act_inference_data(oru_cg_handle *h, int32_t node) {

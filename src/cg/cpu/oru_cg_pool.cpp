@@ -90,14 +90,7 @@ uint32_t prepare_pool(oru_cg_handle *h, int32_t node, bool is_max) {
   return ORU_RET_OK;
 }
 
-uint32_t uninit_pool(void **context) {
-  if (!context || !*context) return ORU_RET_ERR_PARA;
-  auto *c = static_cast<oru_cg_pool_context *>(*context);
-  if (c->output) oru_release_tensor(&c->output);
-  oru_free(c);
-  *context = nullptr;
-  return ORU_RET_OK;
-}
+uint32_t uninit_pool(void **context) { return cg_release_context<oru_cg_pool_context>(context); }
 
 }  // namespace
 }  // namespace oru

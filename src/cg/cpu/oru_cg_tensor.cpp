@@ -239,16 +239,6 @@ int32_t *copy_list(const int32_t *list, int32_t count) {
   return copy;
 }
 
-template <typename Ctx>
-uint32_t uninit_simple(void **context) {
-  if (!context || !*context) return ORU_RET_ERR_PARA;
-  auto *c = static_cast<Ctx *>(*context);
-  if (c->output) oru_release_tensor(&c->output);
-  oru_free(c);
-  *context = nullptr;
-  return ORU_RET_OK;
-}
-
 }  // namespace
 }  // namespace oru
 
@@ -273,7 +263,7 @@ ORU_API uint32_t oru_init_reshape_context(oru_cg_handle *handle, int32_t node, c
 ORU_API uint32_t oru_init_reshape_context_inference(oru_cg_handle *handle, int32_t node) {
   return prepare_reshape(handle, node);
 }
-ORU_API uint32_t oru_uninit_reshape_context(void **context) { return uninit_simple<oru_cg_reshape_context>(context); }
+ORU_API uint32_t oru_uninit_reshape_context(void **context) { return cg_release_context<oru_cg_reshape_context>(context); }
 ORU_API oru_tensor *oru_get_reshape_inference_data(oru_cg_handle *handle, int32_t node) {
   auto *c = cg_context_of<oru_cg_reshape_context>(handle, node, {ORU_CG_OP_RESHAPE});
   return c ? c->output : nullptr;
@@ -290,7 +280,7 @@ ORU_API uint32_t oru_init_split_context(oru_cg_handle *handle, int32_t node, con
 ORU_API uint32_t oru_init_split_context_inference(oru_cg_handle *handle, int32_t node) {
   return prepare_split(handle, node);
 }
-ORU_API uint32_t oru_uninit_split_context(void **context) { return uninit_simple<oru_cg_split_context>(context); }
+ORU_API uint32_t oru_uninit_split_context(void **context) { return cg_release_context<oru_cg_split_context>(context); }
 ORU_API oru_tensor *oru_get_split_inference_data(oru_cg_handle *handle, int32_t node) {
   auto *c = cg_context_of<oru_cg_split_context>(handle, node, {ORU_CG_OP_SPLIT});
   return c ? c->output : nullptr;
@@ -319,15 +309,11 @@ ORU_API uint32_t oru_init_concat_context_inference(oru_cg_handle *handle, int32_
   return prepare_concat(handle, node);
 }
 ORU_API uint32_t oru_uninit_concat_context(void **context) {
-  if (!context || !*context) return ORU_RET_ERR_PARA;
-  auto *c = static_cast<oru_cg_concat_context *>(*context);
-  if (c->output) oru_release_tensor(&c->output);
-  oru_free(c->inputs);
-  oru_free(c->nodes);
-  oru_free(c->q_inputs);
-  oru_free(c);
-  *context = nullptr;
-  return ORU_RET_OK;
+  return cg_release_context<oru_cg_concat_context>(context, [](oru_cg_concat_context *c) {
+    oru_free(c->inputs);
+    oru_free(c->nodes);
+    oru_free(c->q_inputs);
+  });
 }
 ORU_API oru_tensor *oru_get_concat_inference_data(oru_cg_handle *handle, int32_t node) {
   auto *c = cg_context_of<oru_cg_concat_context>(handle, node, {ORU_CG_OP_CONCAT});
@@ -356,13 +342,7 @@ ORU_API uint32_t oru_init_shuffle_context_inference(oru_cg_handle *handle, int32
   return prepare_shuffle(handle, node);
 }
 ORU_API uint32_t oru_uninit_shuffle_context(void **context) {
-  if (!context || !*context) return ORU_RET_ERR_PARA;
-  auto *c = static_cast<oru_cg_shuffle_context *>(*context);
-  if (c->output) oru_release_tensor(&c->output);
-  oru_free(c->order);
-  oru_free(c);
-  *context = nullptr;
-  return ORU_RET_OK;
+  return cg_release_context<oru_cg_shuffle_context>(context, [](oru_cg_shuffle_context *c) { oru_free(c->order); });
 }
 ORU_API oru_tensor *oru_get_shuffle_inference_data(oru_cg_handle *handle, int32_t node) {
   auto *c = cg_context_of<oru_cg_shuffle_context>(handle, node, {ORU_CG_OP_SHUFFLE});

@@ -61,13 +61,10 @@ ORU_API oru_tensor *oru_get_unary_inference_data(oru_cg_handle *handle, int32_t 
 }
 
 ORU_API uint32_t oru_uninit_unary_context(void **context) {
-  if (!context || !*context) return ORU_RET_ERR_PARA;
-  auto *c = static_cast<oru_cg_unary_context *>(*context);
-  // On the CPU the output is the input, someone else's; only a device header is ours.
-  if (c->output && c->output != c->input && oru::cg_external_device(c->dev_type)) oru_release_tensor(&c->output);
-  oru_free(c);
-  *context = nullptr;
-  return ORU_RET_OK;
+  return oru::cg_free_context<oru_cg_unary_context>(context, [](oru_cg_unary_context *c) {
+    // On the CPU the output is the input, someone else's; only a device header is ours.
+    if (c->output && c->output != c->input && oru::cg_external_device(c->dev_type)) oru_release_tensor(&c->output);
+  });
 }
 
 uint32_t oru_cg_relu_func(void *context) {
