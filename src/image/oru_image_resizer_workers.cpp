@@ -250,16 +250,11 @@ ORU_API uint32_t resizer2_linear(uint8_t *dst, int32_t dst_width, int32_t dst_he
 
 namespace {
 
-// Depth 1 of the growth scheme: 32-bit float samples, float weights, no 11-bit scaling.
-uint32_t fast_bilinear_float(float *dst, int32_t dst_width, int32_t dst_height, int64_t dst_stride, int32_t channels,
-                             const float *src, int32_t src_width, int32_t src_height, int64_t src_stride) {
-  const int64_t n = int64_t(dst_width) * channels;
-  const int64_t padded = (n + 31) & ~int64_t(31);
-  Scratch<int32_t> off(n), ry(dst_height);
-  Scratch<float> weights(2 * n + 2 * int64_t(dst_height)), lines(2 * padded);
-  if (!off || !ry || !weights || !lines) return ORU_RET_ERR_MEMORY;
-  float *a0 = weights.get(), *a1 = a0 + n, *b0 = a1 + n, *b1 = b0 + dst_height;
-  const double inv_x = 1.0 / (double(dst_width) / src_width), inv_y = 1.0 / (double(dst_height) / src_height);
+// Source column sx and fraction fx of every destination column of the fast bilinear resizer,
+// handed to put(dx, sx, fx). Returns the first column whose right neighbour lies outside the
+// source (dst_width when there is none): from there on a column is a copy, not a blend.
+template <typename Put>
+int32_t fast_bilinear_columns(int32_t dst_width, int32_t src_width, double inv_x, Put put) {
   int32_t x_limit = dst_width;
   for (int32_t dx = 0; dx < dst_width; ++dx) {
     const float f = float(double(float(dx) + 0.5f) * inv_x - 0.5);
@@ -276,13 +271,43 @@ uint32_t fast_bilinear_float(float *dst, int32_t dst_width, int32_t dst_height, 
         sx = src_width - 1;
       }
     }
+    put(dx, sx, fx);
+  }
+  return x_limit;
+}
+
+// Brings the source rows r[0] and r[1] into buf[0] and buf[1] (rows already there stay, a
+// row held by the other buffer is copied, only a new row is made by compute(out, row)).
+template <typename T, typename Compute>
+void fast_bilinear_rows(T *const buf[2], int32_t have[2], const int32_t r[2], int64_t n, Compute compute) {
+  for (int k = 0; k < 2; ++k) {
+    if (have[k] == r[k]) continue;
+    if (have[1 - k] == r[k])
+      std::memcpy(buf[k], buf[1 - k], size_t(n) * sizeof(T));
+    else
+      compute(buf[k], r[k]);
+    have[k] = r[k];
+  }
+}
+
+// Depth 1 of the growth scheme: 32-bit float samples, float weights, no 11-bit scaling.
+uint32_t fast_bilinear_float(float *dst, int32_t dst_width, int32_t dst_height, int64_t dst_stride, int32_t channels,
+                             const float *src, int32_t src_width, int32_t src_height, int64_t src_stride) {
+  const int64_t n = int64_t(dst_width) * channels;
+  const int64_t padded = (n + 31) & ~int64_t(31);
+  Scratch<int32_t> off(n), ry(dst_height);
+  Scratch<float> weights(2 * n + 2 * int64_t(dst_height)), lines(2 * padded);
+  if (!off || !ry || !weights || !lines) return ORU_RET_ERR_MEMORY;
+  float *a0 = weights.get(), *a1 = a0 + n, *b0 = a1 + n, *b1 = b0 + dst_height;
+  const double inv_x = 1.0 / (double(dst_width) / src_width), inv_y = 1.0 / (double(dst_height) / src_height);
+  const int32_t x_limit = fast_bilinear_columns(dst_width, src_width, inv_x, [&](int32_t dx, int32_t sx, float fx) {
     for (int32_t k = 0; k < channels; ++k) {
       const int64_t e = int64_t(dx) * channels + k;
       off[e] = sx * channels + k;
       a0[e] = 1.0f - fx;
       a1[e] = fx;
     }
-  }
+  });
   for (int32_t dy = 0; dy < dst_height; ++dy) {
     const float f = float(double(float(dy) + 0.5f) * inv_y - 0.5);
     const float fl = std::floor(f);
@@ -291,24 +316,17 @@ uint32_t fast_bilinear_float(float *dst, int32_t dst_width, int32_t dst_height, 
     b0[dy] = 1.0f - b1[dy];
   }
   const int64_t split = int64_t(x_limit) * channels;
-  float *buf[2] = {lines.get(), lines.get() + padded};
+  float *const buf[2] = {lines.get(), lines.get() + padded};
   int32_t have[2] = {-1, -1};
   auto compute = [&](float *out, int32_t r) {
     const float *s = reinterpret_cast<const float *>(reinterpret_cast<const uint8_t *>(src) + r * src_stride);
     for (int64_t e = 0; e < split; ++e) out[e] = s[off[e]] * a0[e] + s[off[e] + channels] * a1[e];
     for (int64_t e = split; e < n; ++e) out[e] = s[off[e]];
   };
+  auto clamp_row = [&](int32_t r) { return r < 0 ? 0 : r > src_height - 1 ? src_height - 1 : r; };
   for (int32_t dy = 0; dy < dst_height; ++dy) {
-    const int32_t r[2] = {ry[dy] < 0 ? 0 : ry[dy] > src_height - 1 ? src_height - 1 : ry[dy],
-                          ry[dy] + 1 < 0 ? 0 : ry[dy] + 1 > src_height - 1 ? src_height - 1 : ry[dy] + 1};
-    for (int k = 0; k < 2; ++k) {
-      if (have[k] == r[k]) continue;
-      if (have[1 - k] == r[k])
-        std::memcpy(buf[k], buf[1 - k], size_t(n) * sizeof(float));
-      else
-        compute(buf[k], r[k]);
-      have[k] = r[k];
-    }
+    const int32_t r[2] = {clamp_row(ry[dy]), clamp_row(ry[dy] + 1)};
+    fast_bilinear_rows(buf, have, r, n, compute);
     float *d = reinterpret_cast<float *>(reinterpret_cast<uint8_t *>(dst) + dy * dst_stride);
     for (int64_t e = 0; e < n; ++e) d[e] = buf[0][e] * b0[dy] + buf[1][e] * b1[dy];
   }
@@ -337,29 +355,14 @@ ORU_API uint32_t fast_bilinear_resizer(uint8_t *dst, int32_t dst_width, int32_t 
   int32_t *off = table.get(), *a0 = off + n, *a1 = a0 + n, *ry = a1 + n, *b0 = ry + dst_height,
           *b1 = b0 + dst_height;
   const double inv_x = 1.0 / (double(dst_width) / src_width), inv_y = 1.0 / (double(dst_height) / src_height);
-  int32_t x_limit = dst_width;
-  for (int32_t dx = 0; dx < dst_width; ++dx) {
-    const float f = float(double(float(dx) + 0.5f) * inv_x - 0.5);
-    int32_t sx = int32_t(std::floor(f));
-    float fx = f - float(sx);
-    if (sx < 0) {
-      fx = 0.0f;
-      sx = 0;
-    }
-    if (sx + 1 >= src_width) {
-      if (dx < x_limit) x_limit = dx;
-      if (sx >= src_width - 1) {
-        fx = 0.0f;
-        sx = src_width - 1;
-      }
-    }
+  const int32_t x_limit = fast_bilinear_columns(dst_width, src_width, inv_x, [&](int32_t dx, int32_t sx, float fx) {
     for (int32_t k = 0; k < channels; ++k) {
       const int64_t e = int64_t(dx) * channels + k;
       off[e] = sx * channels + k;
       a0[e] = int32_t(std::rint((1.0f - fx) * 2048.0f));
       a1[e] = int32_t(std::rint(fx * 2048.0f));
     }
-  }
+  });
   for (int32_t dy = 0; dy < dst_height; ++dy) {
     const float f = float(double(float(dy) + 0.5f) * inv_y - 0.5);
     const float fl = std::floor(f);
@@ -369,7 +372,7 @@ ORU_API uint32_t fast_bilinear_resizer(uint8_t *dst, int32_t dst_width, int32_t 
     b1[dy] = int32_t(std::rint(fy * 2048.0f));
   }
   const int64_t split = int64_t(x_limit) * channels;
-  int32_t *buf[2] = {lines.get(), lines.get() + padded};
+  int32_t *const buf[2] = {lines.get(), lines.get() + padded};
   int32_t have[2] = {-1, -1};
   auto compute = [&](int32_t *out, int32_t r) {
     const uint8_t *s = src + int64_t(r) * src_stride;
@@ -378,23 +381,8 @@ ORU_API uint32_t fast_bilinear_resizer(uint8_t *dst, int32_t dst_width, int32_t 
   };
   auto clamp_row = [&](int32_t r) { return r < 0 ? 0 : r > src_height - 1 ? src_height - 1 : r; };
   for (int32_t dy = 0; dy < dst_height; ++dy) {
-    const int32_t r0 = clamp_row(ry[dy]), r1 = clamp_row(ry[dy] + 1);
-    if (have[0] != r0) {
-      if (have[1] == r0) {
-        std::memcpy(buf[0], buf[1], size_t(n) * sizeof(int32_t));
-      } else {
-        compute(buf[0], r0);
-      }
-      have[0] = r0;
-    }
-    if (have[1] != r1) {
-      if (have[0] == r1) {
-        std::memcpy(buf[1], buf[0], size_t(n) * sizeof(int32_t));
-      } else {
-        compute(buf[1], r1);
-      }
-      have[1] = r1;
-    }
+    const int32_t r[2] = {clamp_row(ry[dy]), clamp_row(ry[dy] + 1)};
+    fast_bilinear_rows(buf, have, r, n, compute);
     uint8_t *d = dst + int64_t(dy) * dst_stride;
     const int32_t w0 = b0[dy], w1 = b1[dy];
     for (int64_t e = 0; e < n; ++e) d[e] = uint8_t((buf[0][e] * w0 + buf[1][e] * w1 + 0x200000) >> 22);
