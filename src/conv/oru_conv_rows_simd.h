@@ -9,18 +9,25 @@
 namespace oru {
 namespace simd {
 
+// The nine taps of a 3 x 3 window in the plain form's order; Load reads one vector of
+// window starts from a row (V::load for stride 1, V::load_even for stride 2).
+template <typename V, typename V::T (*Load)(const float *)>
+inline typename V::T tap9_with(const float *r0, const float *r1, const float *r2, const typename V::T *k) {
+  typename V::T s = V::mul(Load(r0), k[0]);
+  s = V::add(s, V::mul(Load(r0 + 1), k[1]));
+  s = V::add(s, V::mul(Load(r0 + 2), k[2]));
+  s = V::add(s, V::mul(Load(r1), k[3]));
+  s = V::add(s, V::mul(Load(r1 + 1), k[4]));
+  s = V::add(s, V::mul(Load(r1 + 2), k[5]));
+  s = V::add(s, V::mul(Load(r2), k[6]));
+  s = V::add(s, V::mul(Load(r2 + 1), k[7]));
+  s = V::add(s, V::mul(Load(r2 + 2), k[8]));
+  return s;
+}
+
 template <typename V>
 inline typename V::T tap9(const float *r0, const float *r1, const float *r2, const typename V::T *k) {
-  typename V::T s = V::mul(V::load(r0), k[0]);
-  s = V::add(s, V::mul(V::load(r0 + 1), k[1]));
-  s = V::add(s, V::mul(V::load(r0 + 2), k[2]));
-  s = V::add(s, V::mul(V::load(r1), k[3]));
-  s = V::add(s, V::mul(V::load(r1 + 1), k[4]));
-  s = V::add(s, V::mul(V::load(r1 + 2), k[5]));
-  s = V::add(s, V::mul(V::load(r2), k[6]));
-  s = V::add(s, V::mul(V::load(r2 + 1), k[7]));
-  s = V::add(s, V::mul(V::load(r2 + 2), k[8]));
-  return s;
+  return tap9_with<V, V::load>(r0, r1, r2, k);
 }
 
 template <typename V>
@@ -106,16 +113,7 @@ void conv3x3_s2_multi(float *out, int64_t n, const float *const *rows, int64_t i
 
 template <typename V>
 inline typename V::T tap9_s2(const float *r0, const float *r1, const float *r2, const typename V::T *k) {
-  typename V::T s = V::mul(V::load_even(r0), k[0]);
-  s = V::add(s, V::mul(V::load_even(r0 + 1), k[1]));
-  s = V::add(s, V::mul(V::load_even(r0 + 2), k[2]));
-  s = V::add(s, V::mul(V::load_even(r1), k[3]));
-  s = V::add(s, V::mul(V::load_even(r1 + 1), k[4]));
-  s = V::add(s, V::mul(V::load_even(r1 + 2), k[5]));
-  s = V::add(s, V::mul(V::load_even(r2), k[6]));
-  s = V::add(s, V::mul(V::load_even(r2 + 1), k[7]));
-  s = V::add(s, V::mul(V::load_even(r2 + 2), k[8]));
-  return s;
+  return tap9_with<V, V::load_even>(r0, r1, r2, k);
 }
 
 template <typename V>
