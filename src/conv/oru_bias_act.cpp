@@ -1,8 +1,7 @@
 // Per-channel bias with an activation in the same pass, on CHW and HWG output, plus the
 // tensor ReLU and softmax.
-#include <cmath>
-#include <cstring>
 
+#include "cg/cpu/oru_act_kernels.h"
 #include "core/oru_dispatch.h"
 #include "conv/oru_conv_internal.h"
 
@@ -134,19 +133,8 @@ ORU_API uint32_t oru_tensor_softmax(oru_tensor *output, const oru_tensor *input,
     if (output->dims[k] != input->dims[k]) return ORU_RET_ERR_PARA;
   int64_t runs = input->total_elements / n;
   if (runs < 1) return ORU_RET_ERR_PARA;
-  const float *x = static_cast<const float *>(input->data);
-  float *y = static_cast<float *>(output->data);
-  for (int64_t r = 0; r < runs; ++r) {
-    const float *xr = x + r * n;
-    float *yr = y + r * n;
-    float m = -3.4028235e38f;
-    for (int32_t i = 0; i < n; ++i) m = xr[i] > m ? xr[i] : m;
-    float s = 0.0f;
-    for (int32_t i = 0; i < n; ++i) s += std::exp(xr[i] - m);
-    // Normalised in the log domain, so no division.
-    float l = m + (s == 0.0f ? -100.0f : std::log(s));
-    for (int32_t i = 0; i < n; ++i) yr[i] = std::exp(xr[i] - l);
-  }
+  // The graph operator's reference rows, so both softmaxes give the same bits.
+  oru::softmax_rows_f32_plain(static_cast<float *>(output->data), static_cast<const float *>(input->data), runs, n);
   return ORU_RET_OK;
 }
 
