@@ -1,6 +1,7 @@
 #include <immintrin.h>
 
 #include "cg/cpu/oru_pool_kernels.h"
+#include "cg/cpu/oru_pool_kernels_simd.h"
 #include "cg/cpu/oru_pool_kernels_x86.h"
 
 namespace oru {
@@ -20,12 +21,13 @@ struct Vec256 {
   static V div(V a, V b) { return _mm256_div_ps(a, b); }
   static V set1(float x) { return _mm256_set1_ps(x); }
   static V zero() { return _mm256_setzero_ps(); }
+  template <bool IsMax> static void whole(const PoolPlanes &p) { pool_x86::whole_planes<IsMax>(p); }
   static void store(float *p, V v) { _mm256_storeu_ps(p, v); }
 };
 
 }  // namespace
 
-void max_pool2d_f32_avx2(const PoolPlanes &p) { pool_x86::pool_form<Vec256, true>(p); }
-void avg_pool2d_f32_avx2(const PoolPlanes &p) { pool_x86::pool_form<Vec256, false>(p); }
+void max_pool2d_f32_avx2(const PoolPlanes &p) { pool_simd::pool_form<Vec256, true>(p); }
+void avg_pool2d_f32_avx2(const PoolPlanes &p) { pool_simd::pool_form<Vec256, false>(p); }
 
 }  // namespace oru

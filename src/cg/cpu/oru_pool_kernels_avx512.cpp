@@ -5,6 +5,7 @@
 #include <immintrin.h>
 
 #include "cg/cpu/oru_pool_kernels.h"
+#include "cg/cpu/oru_pool_kernels_simd.h"
 #include "cg/cpu/oru_pool_kernels_x86.h"
 
 namespace oru {
@@ -26,12 +27,13 @@ struct Vec512 {
   static V div(V a, V b) { return _mm512_div_ps(a, b); }
   static V set1(float x) { return _mm512_set1_ps(x); }
   static V zero() { return _mm512_setzero_ps(); }
+  template <bool IsMax> static void whole(const PoolPlanes &p) { pool_x86::whole_planes<IsMax>(p); }
   static void store(float *p, V v) { _mm512_storeu_ps(p, v); }
 };
 
 }  // namespace
 
-void max_pool2d_f32_avx512(const PoolPlanes &p) { pool_x86::pool_form<Vec512, true>(p); }
-void avg_pool2d_f32_avx512(const PoolPlanes &p) { pool_x86::pool_form<Vec512, false>(p); }
+void max_pool2d_f32_avx512(const PoolPlanes &p) { pool_simd::pool_form<Vec512, true>(p); }
+void avg_pool2d_f32_avx512(const PoolPlanes &p) { pool_simd::pool_form<Vec512, false>(p); }
 
 }  // namespace oru

@@ -1,45 +1,10 @@
 #include <arm_neon.h>
 
 #include "cg/cpu/oru_pool_kernels.h"
+#include "cg/cpu/oru_pool_kernels_simd.h"
 
 namespace oru {
 namespace {
-
-// 2 x 2 windows, four outputs at a time, in the reference order of the window. The
-// comparisons are spelled out so that a NaN behaves as in the plain form.
-template <bool IsMax>
-void pool2x2(const PoolPlanes &p) {
-  const float32x4_t two = vdupq_n_f32(2.0f);
-  for (int32_t c = 0; c < p.channels; ++c) {
-    const float *in = p.in + c * p.in_plane;
-    float *out = p.out + c * p.out_plane;
-    for (int32_t oy = 0; oy < p.out_h; ++oy) {
-      const float *r0 = in + int64_t(2 * oy) * p.in_w;
-      const float *r1 = r0 + p.in_w;
-      float *o = out + int64_t(oy) * p.out_w;
-      int32_t ox = 0;
-      for (; ox + 4 <= p.out_w; ox += 4) {
-        const float32x4x2_t t = vld2q_f32(r0 + 2 * ox);
-        const float32x4x2_t b = vld2q_f32(r1 + 2 * ox);
-        float32x4_t v;
-        if (IsMax) {
-          v = t.val[0];
-          v = vbslq_f32(vcgtq_f32(t.val[1], v), t.val[1], v);
-          v = vbslq_f32(vcgtq_f32(b.val[0], v), b.val[0], v);
-          v = vbslq_f32(vcgtq_f32(b.val[1], v), b.val[1], v);
-        } else {
-          v = vaddq_f32(vdupq_n_f32(0.0f), t.val[0]);
-          v = vaddq_f32(v, t.val[1]);
-          v = vaddq_f32(v, b.val[0]);
-          v = vaddq_f32(v, b.val[1]);
-          v = vdivq_f32(vdivq_f32(v, two), two);
-        }
-        vst1q_f32(o + ox, v);
-      }
-      for (; ox < p.out_w; ++ox) o[ox] = pool_detail::window<IsMax>(r0 + 2 * ox, p.in_w, 2, 2);
-    }
-  }
-}
 
 // One output per plane: four planes in the four lanes, blocks of 4 x 4 transposed so that
 // each lane still takes its own plane's elements one after the other.
@@ -96,24 +61,27 @@ void whole_planes(const PoolPlanes &p) {
   }
 }
 
+// Four lanes. max is spelled out as a comparison so that a NaN behaves as in the plain form.
+struct Vec128 {
+  using V = float32x4_t;
+  static constexpr int32_t kLanes = 4;
+  static void split(const float *row, V &even, V &odd) {
+    const float32x4x2_t t = vld2q_f32(row);
+    even = t.val[0];
+    odd = t.val[1];
+  }
+  static V max(V a, V b) { return vbslq_f32(vcgtq_f32(a, b), a, b); }
+  static V add(V a, V b) { return vaddq_f32(a, b); }
+  static V div(V a, V b) { return vdivq_f32(a, b); }
+  static V set1(float x) { return vdupq_n_f32(x); }
+  static V zero() { return vdupq_n_f32(0.0f); }
+  template <bool IsMax> static void whole(const PoolPlanes &p) { whole_planes<IsMax>(p); }
+  static void store(float *p, V v) { vst1q_f32(p, v); }
+};
+
 }  // namespace
 
-void max_pool2d_f32_neon(const PoolPlanes &p) {
-  if (p.out_w == 1 && p.out_h == 1)
-    whole_planes<true>(p);
-  else if (p.kw == 2 && p.kh == 2)
-    pool2x2<true>(p);
-  else
-    max_pool2d_f32_plain(p);
-}
-
-void avg_pool2d_f32_neon(const PoolPlanes &p) {
-  if (p.out_w == 1 && p.out_h == 1)
-    whole_planes<false>(p);
-  else if (p.kw == 2 && p.kh == 2)
-    pool2x2<false>(p);
-  else
-    avg_pool2d_f32_plain(p);
-}
+void max_pool2d_f32_neon(const PoolPlanes &p) { pool_simd::pool_form<Vec128, true>(p); }
+void avg_pool2d_f32_neon(const PoolPlanes &p) { pool_simd::pool_form<Vec128, false>(p); }
 
 }  // namespace oru

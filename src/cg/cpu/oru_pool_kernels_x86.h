@@ -1,7 +1,6 @@
 // One output per plane (global pooling) with eight planes in the eight lanes of a vector:
 // blocks of 8 x 8 elements are transposed so that each lane still adds (or compares) its
-// own plane's elements one after the other, in the reference order. Then the 2 x 2 windows
-// and the choice of path, written once over a vector traits struct. Only for files
+// own plane's elements one after the other, in the reference order. Only for files
 // compiled with AVX2.
 #ifndef ORU_CG_CPU_POOL_KERNELS_X86_H
 #define ORU_CG_CPU_POOL_KERNELS_X86_H
@@ -94,58 +93,6 @@ void whole_planes(const PoolPlanes &p) {
     rest.channels = p.channels - c;
     pool_detail::whole_planes<IsMax>(rest);
   }
-}
-
-// 2 x 2 windows, Vec::kLanes outputs at a time, in the reference order of the window.
-// Vec gives the vector type V, split (the even and odd elements of 2 * kLanes floats),
-// max, add, div, set1, zero and store.
-template <typename Vec, bool IsMax>
-void pool2x2(const PoolPlanes &p) {
-  using V = typename Vec::V;
-  constexpr int32_t lanes = Vec::kLanes;
-  const V two = Vec::set1(2.0f);
-  for (int32_t c = 0; c < p.channels; ++c) {
-    const float *in = p.in + c * p.in_plane;
-    float *out = p.out + c * p.out_plane;
-    for (int32_t oy = 0; oy < p.out_h; ++oy) {
-      const float *r0 = in + int64_t(2 * oy) * p.in_w;
-      const float *r1 = r0 + p.in_w;
-      float *o = out + int64_t(oy) * p.out_w;
-      int32_t ox = 0;
-      for (; ox + lanes <= p.out_w; ox += lanes) {
-        V a00, a01, a10, a11;
-        Vec::split(r0 + 2 * ox, a00, a01);
-        Vec::split(r1 + 2 * ox, a10, a11);
-        V v;
-        if (IsMax) {
-          v = Vec::max(a01, a00);
-          v = Vec::max(a10, v);
-          v = Vec::max(a11, v);
-        } else {
-          v = Vec::add(Vec::zero(), a00);
-          v = Vec::add(v, a01);
-          v = Vec::add(v, a10);
-          v = Vec::add(v, a11);
-          v = Vec::div(Vec::div(v, two), two);
-        }
-        Vec::store(o + ox, v);
-      }
-      for (; ox < p.out_w; ++ox) o[ox] = pool_detail::window<IsMax>(r0 + 2 * ox, p.in_w, 2, 2);
-    }
-  }
-}
-
-// A vector form: global pooling, 2 x 2 windows, or else the plain form.
-template <typename Vec, bool IsMax>
-void pool_form(const PoolPlanes &p) {
-  if (p.out_w == 1 && p.out_h == 1)
-    whole_planes<IsMax>(p);
-  else if (p.kw == 2 && p.kh == 2)
-    pool2x2<Vec, IsMax>(p);
-  else if (IsMax)
-    max_pool2d_f32_plain(p);
-  else
-    avg_pool2d_f32_plain(p);
 }
 
 }  // namespace
