@@ -37,6 +37,9 @@ void max_pool2d_f32(const PoolPlanes &p);
 void avg_pool2d_f32(const PoolPlanes &p);
 
 namespace pool_detail {
+// Internal linkage: the plain and the vector-ISA files each keep their own copy, so the
+// linker can never hand the plain form a copy compiled for a wider instruction set.
+namespace {
 
 // One output per plane (global pooling): eight planes summed side by side, each still in
 // its own row-after-row order, so the independent chains overlap in the pipeline.
@@ -95,6 +98,7 @@ inline float window(const float *w, int32_t in_w, int32_t kw, int32_t kh) {
   return IsMax ? acc : acc / float(kw) / float(kh);
 }
 
+}  // namespace
 }  // namespace pool_detail
 }  // namespace oru
 
