@@ -3,10 +3,13 @@
 ONNX file and NumPy post-processing, written to tests/data/face/.
 
 * faces-N.boxes.txt: the final boxes of data/images/faces-N.bmp, one "x0 y0 x1 y1 score"
-  line each in the image's pixels, best first (bilinear resize to 320x240 with OpenCV,
-  RGB, (v - 127.5) / 128, threshold 0.7, greedy NMS at IoU 0.3).
+  line each in the image's pixels, best first (bilinear resize to 320x240 with the
+  NumPy model of the library's resizer in resize_model.py, so the network sees the very
+  bytes the library feeds it; RGB, (v - 127.5) / 128, threshold 0.7, greedy NMS at
+  IoU 0.3).
 * faces-1.sampled.boxes.txt: the final boxes for that sampled input.
-* faces-2.padded-4x3.boxes.txt: the same for faces-2.bmp padded to 4:3 first.
+* faces-2.padded-4x3.boxes.txt: the same for faces-2.bmp padded to 4:3 first (black
+  bands, the extra rows and columns rounded and split in single precision).
 * raw_scores.f32 / raw_boxes.f32: the raw outputs (4420 x 2 and
   4420 x 4 little-endian floats) for an input that a test can rebuild exactly without
   any resizer: faces-1.bmp sampled at integer nearest positions (x * w // 320,
@@ -19,6 +22,8 @@ import sys
 
 import cv2
 import numpy as np
+
+from resize_model import model_resize_bilinear
 
 ROOT = os.path.normpath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
 MODEL = os.path.join(ROOT, "models", "ultraface", "version-slim-320_without_postprocessing.onnx")
@@ -36,6 +41,22 @@ def priors():
                 for m in sizes:
                     out.append([(i + 0.5) / fw, (j + 0.5) / fh, m / W, m / H])
     return np.clip(np.array(out, dtype=np.float64), 0.0, 1.0)
+
+
+def resized_rgb(bgr):
+    return np.ascontiguousarray(model_resize_bilinear(bgr, W, H)[:, :, ::-1])
+
+
+def padded_to(bgr, ratio):
+    """Constant black border to the height / width ratio, centred, in single precision."""
+    h, w = bgr.shape[:2]
+    r = np.float32(ratio)
+    extra_rows = max(int(np.float32(w) * r + np.float32(0.5)) - h, 0)
+    extra_cols = max(int(np.float32(h) / r + np.float32(0.5)) - w, 0)
+    top, left = extra_rows // 2, extra_cols // 2
+    out = np.zeros((h + extra_rows, w + extra_cols, 3), np.uint8)
+    out[top:top + h, left:left + w] = bgr
+    return out, top, left
 
 
 def run_net(net, blob):
@@ -85,7 +106,7 @@ def main():
     for n in (1, 2, 3):
         bgr = cv2.imread(os.path.join(ROOT, "data", "images", f"faces-{n}.bmp"))
         h, w = bgr.shape[:2]
-        rgb = cv2.cvtColor(cv2.resize(bgr, (W, H), interpolation=cv2.INTER_LINEAR), cv2.COLOR_BGR2RGB)
+        rgb = resized_rgb(bgr)
         scores, locs = run_net(net, blob_from_rgb(rgb))
         found = detect(scores.astype(np.float64), locs.astype(np.float64), w, h)
         with open(os.path.join(OUT, f"faces-{n}.boxes.txt"), "w") as f:
@@ -95,13 +116,9 @@ def main():
 
     # Padded to 4:3 first (black bands, centred), boxes mapped back to the image.
     bgr = cv2.imread(os.path.join(ROOT, "data", "images", "faces-2.bmp"))
-    h, w = bgr.shape[:2]
-    extra_rows = max(int(w * 0.75 + 0.5) - h, 0)
-    extra_cols = max(int(h / 0.75 + 0.5) - w, 0)
-    top, left = extra_rows // 2, extra_cols // 2
-    padded = cv2.copyMakeBorder(bgr, top, extra_rows - top, left, extra_cols - left, cv2.BORDER_CONSTANT, value=0)
+    padded, top, left = padded_to(bgr, H / W)
     ph, pw = padded.shape[:2]
-    rgb = cv2.cvtColor(cv2.resize(padded, (W, H), interpolation=cv2.INTER_LINEAR), cv2.COLOR_BGR2RGB)
+    rgb = resized_rgb(padded)
     scores, locs = run_net(net, blob_from_rgb(rgb))
     found = detect(scores.astype(np.float64), locs.astype(np.float64), pw, ph)
     with open(os.path.join(OUT, "faces-2.padded-4x3.boxes.txt"), "w") as f:

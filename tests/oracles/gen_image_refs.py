@@ -8,7 +8,8 @@ Run from the repository root with Debian's python3 (NumPy, OpenCV) and ImageMagi
   read back from them (the two must agree before anything is stored).
 * With the library given: BMP files the library writes, kept only after OpenCV and
   ImageMagick read back exactly the pixels that went in.
-* Colour conversions and resizers: a NumPy model of the integer formulas (bit-exact
+* Colour conversions and resizers: a NumPy model of the integer formulas (the resizer
+  model lives in resize_model.py, shared with face_reference.py; bit-exact
   references) and OpenCV's cvtColor / resize on the same inputs (within 1).
 * SSD priors from a NumPy model of the layout, and greedy NMS from a NumPy model and
   from cv2.dnn.NMSBoxes.
@@ -21,6 +22,8 @@ from pathlib import Path
 
 import cv2
 import numpy as np
+
+from resize_model import model_box2, model_fast_bilinear, model_nn, model_sub_image, model_two_stage
 
 ROOT = Path(__file__).resolve().parents[2]
 IMG = ROOT / "tests/data/image"
@@ -281,109 +284,6 @@ def colour_refs():
         if w % 2 == 0 and h % 2 == 0:
             i420 = np.concatenate([y2.ravel(), u2.ravel(), v2.ravel()]).reshape(h * 3 // 2, w)
             save(IMG / f"cv_i420bgr_{tag}.raw", cv2.cvtColor(i420, cv2.COLOR_YUV2BGR_I420))
-
-
-# ---- Resizer model ------------------------------------------------------------------------
-
-def positions(dst, src):
-    s = f32(src) / f32(dst)
-    f = (np.arange(dst, dtype=f32) + f32(0.5)) * s - f32(0.5)
-    i = np.floor(f)
-    w = np.floor((f - i) * f32(2048)).astype(np.int64)
-    return i.astype(np.int64), w
-
-
-def clamped_taps(dst, src, three):
-    i, w = positions(dst, src)
-    w = np.where(i < 0, 0, w)
-    i0 = np.maximum(i, 0)
-    edge = i0 >= src - 1
-    c = np.where(edge, (src - 2 if three and src >= 2 else src - 1), i0)
-    return c, np.where(edge, c, i0 + 1), np.where(edge, 0, w)
-
-
-def lerp(p, q, w):
-    return ((p << 11) + (q - p) * w + 1024) >> 11
-
-
-def model_two_stage(src, dw, dh):
-    img = src.astype(np.int64)
-    if img.ndim == 2:
-        img = img[:, :, None]
-    sh, sw, ch = img.shape
-    c0, c1, wx = clamped_taps(dw, sw, ch == 3)
-    r0, r1, wy = clamped_taps(dh, sh, False)
-    hor = lerp(img[:, c0, :], img[:, c1, :], wx[None, :, None])
-    out = lerp(hor[r0], hor[r1], wy[:, None, None]).astype(np.uint8)
-    return out if src.ndim == 3 else out[:, :, 0]
-
-
-def model_fast_bilinear(src, dw, dh):
-    img = src.astype(np.int64)
-    if img.ndim == 2:
-        img = img[:, :, None]
-    sh, sw, ch = img.shape
-
-    def axis(dst, size, clamp_weights):
-        inv = 1.0 / (dst / size)
-        f = ((np.arange(dst, dtype=f32) + f32(0.5)).astype(np.float64) * inv - 0.5).astype(f32)
-        i = np.floor(f)
-        fr = (f - i).astype(f32)
-        i = i.astype(np.int64)
-        limit = dst
-        if clamp_weights:
-            neg = i < 0
-            fr[neg] = 0
-            i[neg] = 0
-            hits = np.nonzero(i + 1 >= size)[0]
-            limit = int(hits[0]) if len(hits) else dst
-            over = i >= size - 1
-            fr[over] = 0
-            i[over] = size - 1
-        a0 = np.rint((f32(1) - fr) * f32(2048)).astype(np.int64)
-        a1 = np.rint(fr * f32(2048)).astype(np.int64)
-        return i, a0, a1, limit
-
-    sx, a0, a1, xlim = axis(dw, sw, True)
-    sy, b0, b1, _ = axis(dh, sh, False)
-    nx = np.minimum(sx + 1, sw - 1)
-    rows = img
-    hor = rows[:, sx, :] * a0[None, :, None] + rows[:, nx, :] * a1[None, :, None]
-    hor[:, xlim:, :] = rows[:, sx[xlim:], :] << 11
-    ra = np.clip(sy, 0, sh - 1)
-    rb = np.clip(sy + 1, 0, sh - 1)
-    out = ((hor[ra] * b0[:, None, None] + hor[rb] * b1[:, None, None] + 0x200000) >> 22).astype(np.uint8)
-    return out if src.ndim == 3 else out[:, :, 0]
-
-
-def model_nn(src, dw, dh):
-    sh, sw = src.shape[:2]
-    cx = np.minimum(np.floor(np.arange(dw, dtype=f32) * (f32(sw) / f32(dw))).astype(np.int64), sw - 1)
-    cy = np.minimum(np.floor(np.arange(dh, dtype=f32) * (f32(sh) / f32(dh))).astype(np.int64), sh - 1)
-    return src[cy][:, cx]
-
-
-def model_box2(src):
-    s = src.astype(np.int64)
-    return ((s[0::2, 0::2] + s[0::2, 1::2] + s[1::2, 0::2] + s[1::2, 1::2] + 2) >> 2).astype(np.uint8)
-
-
-def model_sub_image(src, dw, dh, bw, bh, cx, cy, bgr_rule):
-    img = src.astype(np.int64)
-    if img.ndim == 2:
-        img = img[:, :, None]
-    sh, sw, _ = img.shape
-    left, top = cx - (bw >> 1), cy - (bh >> 1)
-    i, w = positions(dw, bw)
-    limit = sw if bgr_rule else bw
-    w = np.where((i < 0) | (i >= limit - 1), 0, w)
-    p = i + left
-    c0 = np.where(p < 0, 0, np.where(p < sw, p, sw - 1))
-    c1 = np.where(p < -1, 0, np.where(p < sw - 1, p + 1, sw - 1))
-    ry, _ = positions(dh, bh)
-    rows = np.clip(ry + top, 0, sh - 1)
-    out = lerp(img[rows][:, c0], img[rows][:, c1], w[None, :, None]).astype(np.uint8)
-    return out if src.ndim == 3 else out[:, :, 0]
 
 
 def resize_refs():
