@@ -135,8 +135,7 @@ ORU_API uint32_t oru_uninit_affine_context(void **context) {
 }
 
 ORU_API oru_tensor *oru_get_affine_inference_data(oru_cg_handle *handle, int32_t node) {
-  auto *c = cg_context_of<oru_cg_affine_context>(handle, node, {ORU_CG_OP_AFFINE});
-  return c ? c->output : nullptr;
+  return cg_output_of<oru_cg_affine_context>(handle, node, {ORU_CG_OP_AFFINE});
 }
 
 }  // extern "C"

@@ -151,8 +151,7 @@ ORU_API uint32_t oru_uninit_bn_context(void **context) {
 }
 
 ORU_API oru_tensor *oru_get_bn_inference_data(oru_cg_handle *handle, int32_t node) {
-  auto *c = cg_context_of<oru_cg_bn_context>(handle, node, {10, 11});
-  return c ? c->output : nullptr;
+  return cg_output_of<oru_cg_bn_context>(handle, node, {10, 11});
 }
 
 }  // extern "C"

@@ -191,8 +191,7 @@ ORU_API uint32_t oru_uninit_dilated_conv2d_context(void **context) { return unin
 ORU_API uint32_t oru_uninit_transposed_conv2d_context(void **context) { return uninit(context); }
 
 ORU_API oru_tensor *oru_get_conv2d_inference_data(oru_cg_handle *h, int32_t node) {
-  auto *c = oru::cg_context_of<oru_conv2d_context>(h, node, {3, 4, 5, 6, 7, 8});
-  return c ? c->output : nullptr;
+  return oru::cg_output_of<oru_conv2d_context>(h, node, {3, 4, 5, 6, 7, 8});
 }
 
 uint32_t oru_cg_std_conv2d(void *context) {

@@ -269,8 +269,7 @@ ORU_API uint32_t oru_uninit_binary_context(void **context) {
 }
 
 ORU_API oru_tensor *oru_get_binary_inference_data(oru_cg_handle *handle, int32_t node) {
-  auto *c = cg_context_of<oru_cg_binary_context>(handle, node, {9, 25, 27, 28, 29});
-  return c ? c->output : nullptr;
+  return cg_output_of<oru_cg_binary_context>(handle, node, {9, 25, 27, 28, 29});
 }
 
 ORU_API oru_tensor *oru_get_binary_inference_dev_data(oru_cg_handle *handle, int32_t node) {

@@ -53,6 +53,13 @@ Ctx *cg_context_of(const oru_cg_handle *h, int32_t node, std::initializer_list<i
   return nullptr;
 }
 
+// The output tensor of a node whose context is of the family, else null: every getter.
+template <typename Ctx>
+oru_tensor *cg_output_of(const oru_cg_handle *h, int32_t node, std::initializer_list<int32_t> family) {
+  const Ctx *c = cg_context_of<Ctx>(h, node, family);
+  return c ? c->output : nullptr;
+}
+
 // A zeroed context of type Ctx with its op_type set; null when memory fails.
 template <typename Ctx>
 Ctx *cg_new_context(int32_t op_type) {

@@ -116,8 +116,7 @@ ORU_API uint32_t oru_uninit_linear_context(void **context) {
 }
 
 ORU_API oru_tensor *oru_get_linear_inference_data(oru_cg_handle *handle, int32_t node) {
-  auto *c = cg_context_of<oru_cg_linear_context>(handle, node, {25});
-  return c ? c->output : nullptr;
+  return cg_output_of<oru_cg_linear_context>(handle, node, {25});
 }
 
 ORU_API oru_tensor *oru_get_linear_inference_dev_data(oru_cg_handle *handle, int32_t node) {

@@ -166,13 +166,11 @@ ORU_API uint32_t oru_uninit_conv2d_bn2d_act_context(void **context) {
 }
 
 ORU_API oru_tensor *oru_get_conv2d_act_inference_data(oru_cg_handle *h, int32_t node) {
-  auto *c = oru::cg_context_of<oru_conv2d_act_context>(h, node, {ORU_CG_OP_CONV2D_ACT});
-  return c ? c->output : nullptr;
+  return oru::cg_output_of<oru_conv2d_act_context>(h, node, {ORU_CG_OP_CONV2D_ACT});
 }
 
 ORU_API oru_tensor *oru_get_conv2d_bn2d_act_inference_data(oru_cg_handle *h, int32_t node) {
-  auto *c = oru::cg_context_of<oru_conv2d_bn2d_act_context>(h, node, {ORU_CG_OP_CONV2D_BN2D_ACT});
-  return c ? c->output : nullptr;
+  return oru::cg_output_of<oru_conv2d_bn2d_act_context>(h, node, {ORU_CG_OP_CONV2D_BN2D_ACT});
 }
 
 uint32_t oru_cg_conv2d_act(void *context) {

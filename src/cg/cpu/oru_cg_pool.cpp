@@ -118,8 +118,7 @@ ORU_API uint32_t oru_uninit_max_pool2d_context(void **context) { return uninit_p
 ORU_API uint32_t oru_uninit_avg_pool2d_context(void **context) { return uninit_pool(context); }
 
 ORU_API oru_tensor *oru_get_pool2d_inference_data(oru_cg_handle *handle, int32_t node) {
-  auto *c = cg_context_of<oru_cg_pool_context>(handle, node, {ORU_CG_OP_MAX_POOL2D, ORU_CG_OP_AVG_POOL2D});
-  return c ? c->output : nullptr;
+  return cg_output_of<oru_cg_pool_context>(handle, node, {ORU_CG_OP_MAX_POOL2D, ORU_CG_OP_AVG_POOL2D});
 }
 
 }  // extern "C"

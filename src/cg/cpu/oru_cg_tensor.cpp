@@ -265,8 +265,7 @@ ORU_API uint32_t oru_init_reshape_context_inference(oru_cg_handle *handle, int32
 }
 ORU_API uint32_t oru_uninit_reshape_context(void **context) { return cg_release_context<oru_cg_reshape_context>(context); }
 ORU_API oru_tensor *oru_get_reshape_inference_data(oru_cg_handle *handle, int32_t node) {
-  auto *c = cg_context_of<oru_cg_reshape_context>(handle, node, {ORU_CG_OP_RESHAPE});
-  return c ? c->output : nullptr;
+  return cg_output_of<oru_cg_reshape_context>(handle, node, {ORU_CG_OP_RESHAPE});
 }
 
 ORU_API uint32_t oru_init_split_context(oru_cg_handle *handle, int32_t node, const void *params) {
@@ -282,8 +281,7 @@ ORU_API uint32_t oru_init_split_context_inference(oru_cg_handle *handle, int32_t
 }
 ORU_API uint32_t oru_uninit_split_context(void **context) { return cg_release_context<oru_cg_split_context>(context); }
 ORU_API oru_tensor *oru_get_split_inference_data(oru_cg_handle *handle, int32_t node) {
-  auto *c = cg_context_of<oru_cg_split_context>(handle, node, {ORU_CG_OP_SPLIT});
-  return c ? c->output : nullptr;
+  return cg_output_of<oru_cg_split_context>(handle, node, {ORU_CG_OP_SPLIT});
 }
 
 ORU_API uint32_t oru_init_concat_context(oru_cg_handle *handle, int32_t node, const void *params) {
@@ -316,8 +314,7 @@ ORU_API uint32_t oru_uninit_concat_context(void **context) {
   });
 }
 ORU_API oru_tensor *oru_get_concat_inference_data(oru_cg_handle *handle, int32_t node) {
-  auto *c = cg_context_of<oru_cg_concat_context>(handle, node, {ORU_CG_OP_CONCAT});
-  return c ? c->output : nullptr;
+  return cg_output_of<oru_cg_concat_context>(handle, node, {ORU_CG_OP_CONCAT});
 }
 
 ORU_API uint32_t oru_init_shuffle_context(oru_cg_handle *handle, int32_t node, const void *params) {
@@ -345,8 +342,7 @@ ORU_API uint32_t oru_uninit_shuffle_context(void **context) {
   return cg_release_context<oru_cg_shuffle_context>(context, [](oru_cg_shuffle_context *c) { oru_free(c->order); });
 }
 ORU_API oru_tensor *oru_get_shuffle_inference_data(oru_cg_handle *handle, int32_t node) {
-  auto *c = cg_context_of<oru_cg_shuffle_context>(handle, node, {ORU_CG_OP_SHUFFLE});
-  return c ? c->output : nullptr;
+  return cg_output_of<oru_cg_shuffle_context>(handle, node, {ORU_CG_OP_SHUFFLE});
 }
 
 }  // extern "C"

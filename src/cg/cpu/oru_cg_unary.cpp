@@ -56,8 +56,7 @@ ORU_API uint32_t oru_init_unary_context_inference(oru_cg_handle *handle, int32_t
 }
 
 ORU_API oru_tensor *oru_get_unary_inference_data(oru_cg_handle *handle, int32_t node) {
-  const auto *c = oru::cg_context_of<oru_cg_unary_context>(handle, node, kUnaryFamily);
-  return c ? c->output : nullptr;
+  return oru::cg_output_of<oru_cg_unary_context>(handle, node, kUnaryFamily);
 }
 
 ORU_API uint32_t oru_uninit_unary_context(void **context) {
