@@ -4,8 +4,8 @@
 
 #include <vector>
 
-#include "cg/cpu/oru_act_kernels.h"
-#include "cg/cpu/oru_pool_kernels.h"
+#include "kernels/activation/oru_act_kernels.h"
+#include "kernels/pooling/oru_pool_kernels.h"
 
 #ifdef ORU_HAVE_OPENCV
 #include <opencv2/core.hpp>

@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "image/oru_pose_internal.h"
+#include "pose/oru_pose_internal.h"
 #include "oru_matrix.h"
 #include "oru_pose.h"
 

@@ -1,7 +1,7 @@
 // Per-channel bias with an activation in the same pass, on CHW and HWG output, plus the
 // tensor ReLU and softmax.
 
-#include "cg/cpu/oru_act_kernels.h"
+#include "kernels/activation/oru_act_kernels.h"
 #include "core/oru_dispatch.h"
 #include "conv/oru_conv_internal.h"
 

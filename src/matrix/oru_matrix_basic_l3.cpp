@@ -4,7 +4,7 @@
 
 #include "core/oru_report.h"
 #include "core/oru_scratch.h"
-#include "matrix/oru_gemm_kernels.h"
+#include "kernels/gemm/oru_gemm_kernels.h"
 #include "oru_matrix.h"
 
 namespace oru {

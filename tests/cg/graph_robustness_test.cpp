@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "cg/cpu/oru_cg_internal.h"
+#include "cg/oru_cg_internal.h"
 #include "oru_cg.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cg/cpu/oru_cg_internal.h"
+#include "cg/oru_cg_internal.h"
 #include "oru_cg.h"
 #include "oru_test_util.h"
 

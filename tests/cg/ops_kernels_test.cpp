@@ -8,8 +8,8 @@
 #include <random>
 #include <vector>
 
-#include "cg/cpu/oru_act_kernels.h"
-#include "cg/cpu/oru_pool_kernels.h"
+#include "kernels/activation/oru_act_kernels.h"
+#include "kernels/pooling/oru_pool_kernels.h"
 #include "oru_test_util.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "cg/cpu/oru_cg_relu_kernel.h"
+#include "kernels/activation/oru_cg_relu_kernel.h"
 #include "core/oru_dispatch.h"
 
 namespace {

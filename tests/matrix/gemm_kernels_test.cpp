@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "core/oru_dispatch.h"
-#include "matrix/oru_gemm_kernels.h"
+#include "kernels/gemm/oru_gemm_kernels.h"
 #include "oru_test_util.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <sstream>
 #include <vector>
 
-#include "image/oru_pose_internal.h"
+#include "pose/oru_pose_internal.h"
 #include "oru_pose.h"
 #include "oru_test_util.h"
 

@@ -1,0 +1,218 @@
+// The fused convolution operators: convolution plus activation (code 12) and convolution
+// plus batch norm plus activation (code 13). The batch norm is folded into the kernels and
+// the bias once at prepare, so a run is the convolution and one bias-activation pass.
+#include <cmath>
+#include <cstdio>
+
+#include "cg/ops/oru_cg_conv_internal.h"
+#include "cg/oru_cg_internal.h"
+#include "conv/oru_conv_internal.h"
+#include "core/oru_report.h"
+
+namespace {
+
+enum class ConvKind { none, standard, pointwise, depthwise };
+
+// A fused node decides by its parameters which convolution it is.
+ConvKind kind_of(const oru_conv2d_params &p) {
+  if (p.groups == 1) return p.kernel_w == 1 && p.kernel_h == 1 ? ConvKind::pointwise : ConvKind::standard;
+  if (p.groups == p.in_channels && p.groups == p.out_channels) return ConvKind::depthwise;
+  return ConvKind::none;
+}
+
+// Output extent of the fused operators: no dilation, and the width's padding on both axes.
+int32_t fused_extent(int32_t in, int32_t kernel, int32_t stride, int32_t pad) {
+  if (stride < 1 || kernel < 1) return 0;
+  int64_t span = int64_t(in) - kernel + 2 * int64_t(pad);
+  return span < 0 ? 0 : int32_t(span / stride + 1);
+}
+
+// init_context of both operators: the parameters and the handle's settings, then install.
+template <typename Ctx>
+uint32_t init_fused(oru_cg_handle *h, int32_t node, const void *params, int32_t op_type,
+                    oru_cg_forward_fn forward) {
+  if (!params) return ORU_RET_ERR_PARA;
+  if (oru::cg_check_init(h, node)) return ORU_RET_ERR_PARA;
+  if (oru::conv_unbuilt_method(h)) ORU_FAIL(ORU_RET_ERR_NOT_SUPPORT);
+  auto *c = oru::cg_new_context<Ctx>(op_type);
+  if (!c) return ORU_RET_ERR_MEMORY;
+  oru::conv_fill_context(c, params, h, h->backend);
+  oru::cg_install(h, node, c, forward);
+  return ORU_RET_OK;
+}
+
+// The output of both operators: no dilation, and the width's padding on both axes.
+oru_tensor *fused_output(const oru_tensor *input, const oru_conv2d_params &p, uint32_t dev_type) {
+  return oru::conv_make_output(input, fused_extent(input->dims[0], p.kernel_w, p.stride_w, p.pad_w),
+                               fused_extent(input->dims[1], p.kernel_h, p.stride_h, p.pad_w), p.out_channels,
+                               dev_type, false);
+}
+
+// The convolution step of both operators under methods 0 and 2.
+uint32_t convolve(uint32_t method, oru_tensor *out, const oru_tensor *in, const oru_tensor *w,
+                  const oru_conv2d_params *p, const uint32_t *workers, const void *calc_info) {
+  const auto *info = static_cast<const oru_im2col_gemm_info *>(calc_info);
+  switch (kind_of(*p)) {
+    case ConvKind::standard:
+      return method == 0 ? oru_tensor_std_conv2d_chw(out, in, w, p, workers)
+                         : oru_tensor_std_conv2d_im2col_gemm(out, in, w, p, info);
+    case ConvKind::pointwise:
+      return method == 0 ? oru_tensor_pointwise_conv2d_chw(out, in, w, p, workers)
+                         : oru_tensor_pointwise_conv2d_im2col_gemm(out, in, w, p, info);
+    case ConvKind::depthwise:
+      return method == 0 ? oru_tensor_depthwise_conv2d_chw(out, in, w, p, workers)
+                         : oru_tensor_depthwise_conv2d_im2col_gemm(out, in, w, p, info);
+    default:
+      return ORU_RET_OK;  // a grouping no kernel serves: only the tail runs
+  }
+}
+
+// Activation alone over every element of a CHW output.
+void activate_all(oru_tensor *t, int act) {
+  if (!t || !t->data || t->total_elements < 1) return;
+  float *x = static_cast<float *>(t->data);
+  for (int64_t i = 0; i < t->total_elements; ++i) x[i] = oru::act_scalar(x[i], act);
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t oru_tensor_fuse_conv2d_bn2d_weight(oru_tensor *destination, const oru_tensor *source,
+                                            const oru_conv2d_bn2d_act_params *params) {
+  if (!destination || !source || !params || !destination->data || !source->data) return ORU_RET_ERR_PARA;
+  if (destination->total_elements != source->total_elements || destination->type != source->type ||
+      (source->type & 7u) != aif32)
+    return ORU_RET_ERR_PARA;
+  const oru_conv2d_params &p = params->conv;
+  if (p.out_channels < 1 || p.kernel_w < 1 || p.kernel_h < 1 || p.in_channels < 1) return ORU_RET_ERR_PARA;
+  const int64_t oc = p.out_channels, per_kernel = int64_t(p.kernel_w) * p.kernel_h;
+  const int64_t kernel_words = oru::kernel_count(p) * per_kernel;
+  const bool has_bias = p.has_bias == 1;
+  if (source->total_elements != kernel_words + 4 * oc + (has_bias ? oc : 0)) return ORU_RET_ERR_PARA;
+  const float *src = static_cast<const float *>(source->data);
+  float *dst = static_cast<float *>(destination->data);
+  const float *bn = src + kernel_words + (has_bias ? oc : 0);
+  const float *gamma = bn, *beta = bn + oc, *mean = bn + 2 * oc, *var = bn + 3 * oc;
+  const float eps = params->bn_eps != 0.0f ? params->bn_eps : 1e-5f;
+  const int64_t per_out = kernel_words / oc;  // kernels of one output channel, one after the other
+  for (int64_t o = 0; o < oc; ++o) {
+    const float s = gamma[o] / std::sqrt(var[o] + eps);
+    for (int64_t j = 0; j < per_out; ++j) dst[o * per_out + j] = src[o * per_out + j] * s;
+    const float b = has_bias ? src[kernel_words + o] : 0.0f;
+    dst[kernel_words + o] = beta[o] + (b - mean[o]) * s;
+  }
+  return ORU_RET_OK;
+}
+
+ORU_API uint32_t oru_init_conv2d_act_context(oru_cg_handle *h, int32_t node, const void *params) {
+  return init_fused<oru_conv2d_act_context>(h, node, params, ORU_CG_OP_CONV2D_ACT, oru_cg_conv2d_act);
+}
+
+ORU_API uint32_t oru_init_conv2d_bn2d_act_context(oru_cg_handle *h, int32_t node, const void *params) {
+  return init_fused<oru_conv2d_bn2d_act_context>(h, node, params, ORU_CG_OP_CONV2D_BN2D_ACT,
+                                                 oru_cg_conv2d_bn2d_act);
+}
+
+ORU_API uint32_t oru_init_conv2d_act_context_inference(oru_cg_handle *h, int32_t node) {
+  if (!h || node < 0) return ORU_RET_ERR_PARA;
+  auto *c = oru::cg_context_of<oru_conv2d_act_context>(h, node, {ORU_CG_OP_CONV2D_ACT});
+  if (!c) return ORU_RET_ERR_PARA;
+  oru::conv_resolve_inputs(h, node, &c->input, &c->weight);
+  const oru_conv2d_params &p = c->params.conv;
+  if (c->input && c->weight && c->input->ndims >= 3) c->output = fused_output(c->input, p, c->dev_type);
+  if (!c->output) ORU_FAIL_MSG(ORU_RET_ERR_MEMORY, oru::kCgOutputFailed);
+  if (c->conv_method == ORU_CG_CONV_IM2COL_GEMM) {
+    c->calc_info = oru_create_im2col_gemm_calc_info(c->input, c->weight, &p, &c->conv_workers);
+    if (!c->calc_info) return ORU_RET_ERR_MEMORY;
+  }
+  return ORU_RET_OK;
+}
+
+ORU_API uint32_t oru_init_conv2d_bn2d_act_context_inference(oru_cg_handle *h, int32_t node) {
+  if (!h || node < 0) {
+    printf("ORU_ERROR: %s\n", oru_error_string[oru::message_index(ORU_RET_ERR_PARA)]);
+    return ORU_RET_ERR_PARA;
+  }
+  auto *c = oru::cg_context_of<oru_conv2d_bn2d_act_context>(h, node, {ORU_CG_OP_CONV2D_BN2D_ACT});
+  if (!c) return ORU_RET_ERR_PARA;
+  oru::conv_resolve_inputs(h, node, &c->input, &c->weight);
+  const oru_conv2d_params &p = c->params.conv;
+  if (c->input && c->weight && c->input->ndims >= 3) {
+    c->output = fused_output(c->input, p, c->dev_type);
+    c->fused_weight = oru_create_tensor(c->weight->ndims, c->weight->dims, aif32);
+  }
+  if (!c->output || !c->fused_weight) ORU_FAIL_MSG(ORU_RET_ERR_MEMORY, oru::kCgOutputFailed);
+  // A source of the wrong size leaves the fused weights unfused: the model file's size is
+  // the caller's check.
+  oru_tensor_fuse_conv2d_bn2d_weight(c->fused_weight, c->weight, &c->params);
+  if (c->conv_method == ORU_CG_CONV_IM2COL_GEMM) {
+    c->calc_info = oru_create_im2col_gemm_calc_info(c->input, c->fused_weight, &p, &c->conv_workers);
+    if (!c->calc_info) return ORU_RET_ERR_MEMORY;
+  }
+  return ORU_RET_OK;
+}
+
+ORU_API uint32_t oru_uninit_conv2d_act_context(void **context) {
+  return oru::cg_release_context<oru_conv2d_act_context>(
+      context, [](oru_conv2d_act_context *c) { oru::conv_release_calc_info(c->calc_info); });
+}
+
+ORU_API uint32_t oru_uninit_conv2d_bn2d_act_context(void **context) {
+  return oru::cg_release_context<oru_conv2d_bn2d_act_context>(context, [](oru_conv2d_bn2d_act_context *c) {
+    if (c->fused_weight) oru_release_tensor(&c->fused_weight);
+    oru::conv_release_calc_info(c->calc_info);
+  });
+}
+
+ORU_API oru_tensor *oru_get_conv2d_act_inference_data(oru_cg_handle *h, int32_t node) {
+  return oru::cg_output_of<oru_conv2d_act_context>(h, node, {ORU_CG_OP_CONV2D_ACT});
+}
+
+ORU_API oru_tensor *oru_get_conv2d_bn2d_act_inference_data(oru_cg_handle *h, int32_t node) {
+  return oru::cg_output_of<oru_conv2d_bn2d_act_context>(h, node, {ORU_CG_OP_CONV2D_BN2D_ACT});
+}
+
+uint32_t oru_cg_conv2d_act(void *context) {
+  auto *c = static_cast<oru_conv2d_act_context *>(context);
+  if (!c) return ORU_RET_ERR_PARA;
+  if (c->conv_method != ORU_CG_CONV_DIRECT_CHW && c->conv_method != ORU_CG_CONV_IM2COL_GEMM)
+    return c->conv_method == ORU_CG_CONV_PACKED_HWG ? ORU_RET_ERR_NOT_SUPPORT : ORU_RET_OK;
+  if (!c->input || !c->output || !c->weight || (c->conv_method == ORU_CG_CONV_IM2COL_GEMM && !c->calc_info))
+    return ORU_RET_ERR_PARA;
+  const oru_conv2d_params *p = &c->params.conv;
+  if (uint32_t st = convolve(c->conv_method, c->output, c->input, c->weight, p, &c->conv_workers, c->calc_info))
+    return st;
+  const int act = c->params.act;
+  if (act < 0 || act > 6) return ORU_RET_OK;
+  if (p->has_bias == 1) return oru::bias_act_chw(c->output, c->output, c->weight, p, act);
+  activate_all(c->output, act);
+  return ORU_RET_OK;
+}
+
+uint32_t oru_cg_conv2d_bn2d_act(void *context) {
+  auto *c = static_cast<oru_conv2d_bn2d_act_context *>(context);
+  if (!c) return ORU_RET_ERR_PARA;
+  const bool direct = c->conv_method == ORU_CG_CONV_DIRECT_CHW;
+  if (!direct && c->conv_method != ORU_CG_CONV_IM2COL_GEMM)
+    return c->conv_method == ORU_CG_CONV_PACKED_HWG ? ORU_RET_ERR_NOT_SUPPORT : ORU_RET_OK;
+  if (!c->input || !c->output || !c->fused_weight || (!direct && !c->calc_info)) {
+    if (direct) printf("ORU_ERROR: Invalid Input Params\n");
+    return ORU_RET_ERR_PARA;
+  }
+  const oru_conv2d_params *p = &c->params.conv;
+  if (uint32_t st = convolve(c->conv_method, c->output, c->input, c->fused_weight, p, &c->conv_workers,
+                             c->calc_info)) {
+    if (direct) {
+      int idx = oru::message_index(st);
+      printf("ORU_ERROR: %s\n", idx >= 0 ? oru_error_string[idx] : "");
+    }
+    return st;
+  }
+  // The fused bias always exists, whatever has_bias says.
+  const int act = c->params.act;
+  if (act < 0 || act > 6) return ORU_RET_OK;
+  return oru::bias_act_chw(c->output, c->output, c->fused_weight, p, act);
+}
+
+}  // extern "C"
