@@ -1,4 +1,5 @@
 // Argument checks and shape arithmetic shared by the direct kernels.
+#include "core/oru_types.h"
 #include "conv/oru_conv_internal.h"
 
 namespace oru {
@@ -12,7 +13,7 @@ int32_t conv_out_extent(int32_t in, int32_t kernel, int32_t stride, int32_t pad,
 }
 
 bool tensor_usable(const oru_tensor *t) {
-  return t && t->data && t->ndims >= 1 && (t->type & 7u) == aif32;
+  return t && t->data && t->ndims >= 1 && oru::base_of_code(t->type) == aif32;
 }
 
 static int32_t dim_or_one(const oru_tensor *t, int k) { return t->ndims > k ? t->dims[k] : 1; }

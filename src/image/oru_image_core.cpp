@@ -1,6 +1,7 @@
 // The image record: creation, re-creation and laying a header over caller buffers.
 #include <cstring>
 
+#include "core/oru_types.h"
 #include "core/oru_report.h"
 #include "core/oru_scratch.h"
 #include "image/oru_image_internal.h"
@@ -19,7 +20,7 @@ void fill_image_header(oru_image *im, int32_t width, int32_t height, uint32_t fo
   im->depth = 1;
   im->stride = int64_t(width) * oru_data_type_bytes[type];
   im->reserved_one = 1;
-  im->channel_bytes = oru_data_type_bytes[type & 7u];
+  im->channel_bytes = oru::channel_bytes(type);
   im->channels = oru_data_type_bytes[32u + type];
   im->format = format;
   switch (format) {

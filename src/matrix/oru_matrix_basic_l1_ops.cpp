@@ -35,10 +35,10 @@ uint32_t binary(oru_matrix *dst, const oru_matrix *a, const oru_matrix *b, F32 f
   if (!dst || !a || !b || !same_shape_and_type(*dst, *a) || !same_shape_and_type(*a, *b) ||
       !common_storage(&bytes, {dst, a, b}))
     ORU_FAIL_MSG(ORU_RET_ERR_PARA, "parameters error!");
-  if ((a->type & 7u) == aif32)
+  if (oru::base_of_code(a->type) == aif32)
     f32(static_cast<float *>(dst->data), bytes / 4, static_cast<const float *>(a->data),
         static_cast<const float *>(b->data));
-  else if ((a->type & 7u) == aif64)
+  else if (oru::base_of_code(a->type) == aif64)
     f64(static_cast<double *>(dst->data), bytes / 8, static_cast<const double *>(a->data),
         static_cast<const double *>(b->data));
   else
@@ -53,9 +53,9 @@ uint32_t scalar_op(oru_matrix *dst, const oru_matrix *src, const void *scalar, F
   if (!dst || !src || !scalar || !same_shape_and_type(*dst, *src) || !common_storage(&bytes, {dst, src}))
     ORU_FAIL_MSG(ORU_RET_ERR_PARA, "parameters error!");
   if (dst->data != src->data) std::memcpy(dst->data, src->data, size_t(bytes));
-  if ((src->type & 7u) == aif32)
+  if (oru::base_of_code(src->type) == aif32)
     f32(static_cast<float *>(dst->data), bytes / 4, *static_cast<const float *>(scalar));
-  else if ((src->type & 7u) == aif64)
+  else if (oru::base_of_code(src->type) == aif64)
     f64(static_cast<double *>(dst->data), bytes / 8, *static_cast<const double *>(scalar));
   else
     ORU_FAIL_MSG(ORU_RET_ERR_NOT_SUPPORT, "can not support!");
@@ -65,7 +65,7 @@ uint32_t scalar_op(oru_matrix *dst, const oru_matrix *src, const void *scalar, F
 // The whole-storage sum of axis -1. Returns the number of values summed, or -1 for a
 // type that has no such sum.
 int64_t sum_whole(void *out, const oru_matrix &m, int64_t bytes) {
-  switch (m.type & 7u) {
+  switch (oru::base_of_code(m.type)) {
     case ai8u: array1d_sum_ai8u(static_cast<uint32_t *>(out), static_cast<const uint8_t *>(m.data), bytes); return bytes;
     case ai32u: array1d_sum_ai32u(static_cast<uint32_t *>(out), static_cast<const uint32_t *>(m.data), bytes / 4); return bytes / 4;
     case ai32s: array1d_sum_ai32s(static_cast<int32_t *>(out), static_cast<const int32_t *>(m.data), bytes / 4); return bytes / 4;
@@ -77,7 +77,7 @@ int64_t sum_whole(void *out, const oru_matrix &m, int64_t bytes) {
 
 // Axes 0 and 1: per-row or per-column sums of the first plane. False for a non-float type.
 bool sum_axis(void *out, const oru_matrix &m, int32_t axis) {
-  const uint32_t base = m.type & 7u;
+  const uint32_t base = oru::base_of_code(m.type);
   if (base == aif32) {
     const int32_t stride = int32_t(m.stride / 4);
     (axis == 1 ? sum_by_coln_real32 : sum_by_row_real32)(static_cast<float *>(out), static_cast<const float *>(m.data),
@@ -153,7 +153,7 @@ ORU_API uint32_t oru_mean_with_axes(void *out, const oru_matrix *m, int32_t axis
   int64_t bytes;
   if (!out || !m || !oru::valid_axis(axis) || !oru::common_storage(&bytes, {m}))
     ORU_FAIL_MSG(ORU_RET_ERR_PARA, "parameters error!");
-  const uint32_t base = m->type & 7u;
+  const uint32_t base = oru::base_of_code(m->type);
   if (axis != -1) {
     if (!oru::sum_axis(out, *m, axis)) ORU_FAIL_MSG(ORU_RET_ERR_NOT_SUPPORT, "can not support!");
     const int64_t count = axis == 0 ? m->rows : m->cols;
@@ -187,10 +187,10 @@ ORU_API uint32_t oru_sigmoid(oru_matrix *dst, const oru_matrix *src) {
   if (!dst || !src || !oru::same_shape_and_type(*dst, *src) || !oru::common_storage(&bytes, {dst, src}))
     ORU_FAIL(ORU_RET_ERR_PARA);
   if (dst->data != src->data) std::memcpy(dst->data, src->data, size_t(bytes));
-  if ((src->type & 7u) == aif32) {
+  if (oru::base_of_code(src->type) == aif32) {
     static const auto kernel = oru::pick(ORU_KERNEL_FORMS(oru::sigmoid_real32));
     kernel(static_cast<float *>(dst->data), bytes / 4);
-  } else if ((src->type & 7u) == aif64) {
+  } else if (oru::base_of_code(src->type) == aif64) {
     static const auto exp_kernel = oru::pick(ORU_KERNEL_FORMS(oru::fast_expl));
     double *x = static_cast<double *>(dst->data);
     const int64_t n = bytes / 8;
@@ -205,7 +205,7 @@ ORU_API uint32_t oru_sigmoid(oru_matrix *dst, const oru_matrix *src) {
 ORU_API uint32_t oru_set_matrix_fixed_value(oru_matrix *m, const void *value) {
   int64_t bytes;
   if (!m || !value || !oru::common_storage(&bytes, {m})) ORU_FAIL(ORU_RET_ERR_PARA);
-  switch (m->type & 7u) {
+  switch (oru::base_of_code(m->type)) {
     case ai8u: {
       uint32_t word;
       std::memcpy(&word, value, sizeof word);

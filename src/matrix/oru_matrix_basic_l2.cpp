@@ -29,7 +29,7 @@ uint32_t row_vector(oru_matrix *dst, const oru_matrix *src, const oru_matrix *ve
   if (!dst || !src || !vec || !dst->data || !src->data || !vec->data || !same_shape(*dst, *src) ||
       vec->cols != src->cols || dst->type != src->type || vec->type != src->type)
     ORU_FAIL(ORU_RET_ERR_PARA);
-  switch (src->type & 7u) {
+  switch (oru::base_of_code(src->type)) {
     case aif32: row_vector_op(*dst, *src, static_cast<const float *>(vec->data), op); return ORU_RET_OK;
     case aif64: row_vector_op(*dst, *src, static_cast<const double *>(vec->data), op); return ORU_RET_OK;
     default: ORU_FAIL(ORU_RET_ERR_NOT_SUPPORT);
@@ -137,7 +137,7 @@ ORU_API uint32_t oru_dot(void *out, const oru_matrix *a, const oru_matrix *b) {
       !oru::matrix_storage_bytes(*a, &bytes))
     ORU_FAIL(ORU_RET_ERR_PARA);
   const bool same = a->data == b->data;
-  switch (a->type & 7u) {
+  switch (oru::base_of_code(a->type)) {
     case aif32: {
       const float *x = static_cast<const float *>(a->data);
       if (same)
@@ -223,7 +223,7 @@ ORU_API uint32_t oru_matrix_transposition(oru_matrix *dst, const oru_matrix *src
   if (!dst || !src || !dst->data || !src->data || dst->depth != 1 || src->depth != 1 || src->channels != 1)
     ORU_FAIL(ORU_RET_ERR_PARA);
   if (dst->type != src->type || dst->rows != src->cols || dst->cols != src->rows) ORU_FAIL(ORU_RET_ERR_PARA);
-  const uint32_t base = src->type & 7u;
+  const uint32_t base = oru::base_of_code(src->type);
   const bool in_place = dst->data == src->data;
   if (in_place && src->rows != src->cols) ORU_FAIL(ORU_RET_ERR_PARA);
   // Only the width of an element matters: 32-bit integers move as floats do.

@@ -2,6 +2,7 @@
 // the packers and the tile driver that the im2col convolution shares.
 #include <cstring>
 
+#include "core/oru_types.h"
 #include "core/oru_report.h"
 #include "core/oru_scratch.h"
 #include "kernels/gemm/oru_gemm_kernels.h"
@@ -231,7 +232,7 @@ ORU_API uint32_t oru_matrix_mul_add(oru_matrix *c, const oru_matrix *a, int32_t 
   if (inner_a != inner_b) return ORU_RET_ERR_PARA;
   const uint32_t total = uint32_t(a->rows) * uint32_t(a->cols) + uint32_t(b->rows) * uint32_t(b->cols);
   const bool small = int32_t(total) < kSmallPathLimit;
-  switch (c->type & 7u) {
+  switch (oru::base_of_code(c->type)) {
     case aif32: {
       static const Small32 smalls[4] = {
           oru_small_matrix_mul_matrix_real32, oru_small_matrix_mul_matrix_t_real32,
@@ -258,7 +259,7 @@ ORU_API uint32_t oru_matrix_mul(oru_matrix *c, const oru_matrix *a, int32_t tran
   // alpha 1 and beta 0 in the matrices' own type; a double of the right width covers both.
   const float one32 = 1.0f, zero32 = 0.0f;
   const double one64 = 1.0, zero64 = 0.0;
-  const bool wide = c && (c->type & 7u) == aif64;
+  const bool wide = c && oru::base_of_code(c->type) == aif64;
   return oru_matrix_mul_add(c, a, transpose_a, b, transpose_b, wide ? static_cast<const void *>(&one64) : &one32,
                             wide ? static_cast<const void *>(&zero64) : &zero32);
 }

@@ -1,6 +1,7 @@
 // The matrix record: creation, views on foreign data, header words and release.
 #include <cstring>
 
+#include "core/oru_types.h"
 #include "core/oru_report.h"
 #include "core/oru_scratch.h"
 #include "matrix/oru_matrix_internal.h"
@@ -63,7 +64,7 @@ ORU_API uint32_t oru_set_eye_matrix(oru_matrix *matrix) {
   int64_t bytes;
   if (!matrix || !matrix->data || !oru::matrix_storage_bytes(*matrix, &bytes)) ORU_FAIL(ORU_RET_ERR_PARA);
   std::memset(matrix->data, 0, size_t(bytes));
-  const uint32_t base = matrix->type & 7u;
+  const uint32_t base = oru::base_of_code(matrix->type);
   if (base != ai8u && base != ai32u && base != ai32s && base != aif32 && base != aif64)
     ORU_FAIL_MSG(ORU_RET_ERR_NOT_SUPPORT, "can not support!");
   const int32_t n = matrix->rows < matrix->cols ? matrix->rows : matrix->cols;

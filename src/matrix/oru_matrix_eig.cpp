@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "core/oru_types.h"
 #include "core/oru_report.h"
 #include "core/oru_scratch.h"
 #include "oru_matrix.h"
@@ -176,7 +177,7 @@ ORU_API uint32_t oru_small_symmetrical_matrix_eig(oru_matrix *w, oru_matrix *v, 
   if (v && (v->type != a->type || w->type != a->type || a->cols != n || v->rows != n || v->cols != n ||
             (w->rows != n && w->cols != n)))
     ORU_FAIL_MSG(ORU_RET_ERR_PARA, "Your input params are wrong!");
-  switch (a->type & 7u) {
+  switch (oru::base_of_code(a->type)) {
     case aif32: return symmetric_eig<float>(w, v, a, keep_input);
     case aif64: return symmetric_eig<double>(w, v, a, keep_input);
     default: ORU_FAIL_MSG(ORU_RET_ERR_PARA, "Your input params are wrong!");

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "core/oru_types.h"
 #include "oru_matrix.h"
 
 namespace oru {
@@ -40,7 +41,7 @@ inline void fill_matrix_header(oru_matrix *m, int32_t rows, int32_t cols, int32_
   m->stride1 = 0;
   m->stride2 = 0;
   m->reserved_one = 1;
-  m->channel_bytes = oru_data_type_bytes[code & 7u];
+  m->channel_bytes = oru::channel_bytes(code);
   m->channels = oru_data_type_bytes[32u + code];
   m->format = ORU_MATRIX_FORMAT_PLAIN;
 }

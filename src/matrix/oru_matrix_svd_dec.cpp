@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "core/oru_types.h"
 #include "core/oru_scratch.h"
 #include "oru_matrix.h"
 
@@ -212,7 +213,7 @@ ORU_API uint32_t oru_small_matrix_svd(oru_matrix *u, oru_matrix *v, oru_matrix *
                                       uint32_t flags) {
   // Both are required; refuse quietly rather than dereference nothing.
   if (!a || !a->data || !w || !w->data) return ORU_RET_ERR_PARA;
-  if ((a->type & 7u) == aif32) return small_svd<float>(u, v, w, a, flags);
+  if (oru::base_of_code(a->type) == aif32) return small_svd<float>(u, v, w, a, flags);
   return small_svd<double>(u, v, w, a, flags);
 }
 

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "core/oru_types.h"
 #include "core/oru_report.h"
 #include "core/oru_scratch.h"
 #include "oru_matrix.h"
@@ -94,7 +95,7 @@ ORU_API uint32_t oru_solve_linear_equation_by_svd(oru_matrix *x, const oru_matri
   const int32_t nb = b && b->data ? b->cols : m;
   oru::Scratch<double> t(nb);
   if (!t) return ORU_RET_ERR_MEMORY;
-  switch (x->type & 7u) {
+  switch (oru::base_of_code(x->type)) {
     case aif32: back_substitute<float>(x, b, u, w, v, m, n, nb, t.get()); break;
     case aif64: back_substitute<double>(x, b, u, w, v, m, n, nb, t.get()); break;
     default: break;

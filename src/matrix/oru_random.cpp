@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 
+#include "core/oru_types.h"
 #include "core/oru_report.h"
 #include "core/oru_scratch.h"
 #include "oru_matrix.h"
@@ -101,7 +102,7 @@ ORU_API double oru_get_one_randn(double mean, double std) { return mean + std * 
 ORU_API uint32_t oru_random_norm(oru_matrix *m, const void *mean, const void *std) {
   if (!m || !m->data || !mean || !std) ORU_FAIL_MSG(ORU_RET_ERR_PARA, "Your input params are wrong!");
   const int64_t bytes = m->stride * m->rows * m->depth;
-  switch (m->type & 7u) {
+  switch (oru::base_of_code(m->type)) {
     case aif32:
       fill_normal(static_cast<float *>(m->data), bytes / 4, *static_cast<const float *>(mean),
                   *static_cast<const float *>(std));

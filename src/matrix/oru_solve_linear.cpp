@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/oru_types.h"
 #include "core/oru_report.h"
 #include "oru_matrix.h"
 
@@ -82,7 +83,7 @@ extern "C" ORU_API uint32_t oru_solve_linear_equation(oru_matrix *x, oru_matrix 
                      static_cast<const char *>(b->data) + int64_t(i) * b->stride, row_bytes);
     }
   }
-  switch (a->type & 7u) {
+  switch (oru::base_of_code(a->type)) {
     case aif32: return eliminate<float>(x, a);
     case aif64: return eliminate<double>(x, a);
     default: ORU_FAIL(ORU_RET_ERR_NOT_SUPPORT);

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/oru_types.h"
 #include "core/oru_report.h"
 #include "core/oru_scratch.h"
 #include "oru_matrix.h"
@@ -48,7 +49,7 @@ oru_tensor *make_header(int32_t ndims, const int32_t *dims, uint32_t type, bool 
   *memory_failed = false;
   if (!valid_shape(ndims, dims) || type >= 32) return nullptr;
   oru_tensor probe{};
-  if (!fill_derived(&probe, ndims, dims, oru_data_type_bytes[type & 7u])) return nullptr;
+  if (!fill_derived(&probe, ndims, dims, oru::channel_bytes(type))) return nullptr;
   oru_tensor *t = oru::alloc_zeroed<oru_tensor>();
   if (!t) {
     *memory_failed = true;

@@ -125,7 +125,7 @@ extern "C" ORU_API uint32_t oru_data_type_convert(oru_matrix *dst, oru_matrix *s
   if (!dst || !src || dst->rows != src->rows || dst->cols != src->cols || dst->depth != src->depth || mode >= 16 ||
       !src->data || !dst->data)
     ORU_FAIL_MSG(ORU_RET_ERR_PARA, "parameters error!");
-  const uint32_t source_base = src->type & 7u;
+  const uint32_t source_base = oru::base_of_code(src->type);
   const uint32_t column = oru::dim2_tbl[mode];
   const oru::ConvertKernel kernel = oru::function_tbl[source_base][column];
   if (!kernel) ORU_FAIL_MSG(ORU_RET_ERR_NOT_SUPPORT, "can not support!");

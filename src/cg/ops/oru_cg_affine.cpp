@@ -15,7 +15,7 @@ uint32_t affine_forward(void *context) {
   auto *c = static_cast<oru_cg_affine_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == 1) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
   const oru_tensor *in = c->input, *m = c->matrix;
   oru_tensor *out = c->output;
   if (!has_data(in) || !has_data(m) || !has_data(out) || m->total_elements != 6) return ORU_RET_ERR_PARA;

@@ -19,7 +19,7 @@ uint32_t bn1d_forward(void *context) {
   auto *c = static_cast<oru_cg_bn_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == 1) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
   const oru_tensor *in = c->input, *w = c->weights;
   oru_tensor *out = c->output;
   if (!has_data(in) || !has_data(w) || !has_data(out) || !same_dims(in, out)) return ORU_RET_ERR_PARA;
@@ -110,13 +110,13 @@ ORU_API uint32_t oru_init_bn_context_inference(oru_cg_handle *handle, int32_t no
   if (!c) return ORU_RET_ERR_PARA;
   const int32_t n = cg_in_edge_count(handle, node);
   if (n > 2) return ORU_RET_ERR_PARA;
-  const bool fixed = handle->backend == 1;
+  const bool fixed = handle->backend == ORU_CG_BACKEND_FIXED;
   for (int64_t k = 0; k < n; ++k) {
     const int32_t s = cg_in_edge(handle, node, int32_t(k));
     if (cg_op_type(handle, s) == 2) {
       oru_tensor *w = cg_source_tensor(handle, s);
       // Only bn1d owns a converted copy; bn2d has no fixed-point form and keeps the floats.
-      if (c->backend == 1 && w) {
+      if (c->backend == ORU_CG_BACKEND_FIXED && w) {
         const uint32_t st = quantise_quarters(c, w);
         if (st) return st;
       } else {
@@ -146,7 +146,7 @@ ORU_API uint32_t oru_init_bn_context_inference(oru_cg_handle *handle, int32_t no
 
 ORU_API uint32_t oru_uninit_bn_context(void **context) {
   return cg_release_context<oru_cg_bn_context>(context, [](oru_cg_bn_context *c) {
-    if (c->backend == 1 && c->weights) oru_release_tensor(&c->weights);
+    if (c->backend == ORU_CG_BACKEND_FIXED && c->weights) oru_release_tensor(&c->weights);
   });
 }
 

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "core/oru_types.h"
 #include "kernels/activation/oru_act_kernels.h"
 #include "cg/ops/oru_cg_ops_common.h"
 #include "oru_fixed.h"
@@ -24,7 +25,7 @@ uint32_t hswish_forward(void *context) {
   auto *c = static_cast<oru_cg_unary_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == 1) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
   if (!has_data(c->input) || !has_data(c->output)) return ORU_RET_ERR_PARA;
   hswish_f32(static_cast<float *>(c->output->data), static_cast<const float *>(c->input->data),
              c->input->total_elements);
@@ -35,11 +36,11 @@ uint32_t sigmoid_forward(void *context) {
   auto *c = static_cast<oru_cg_unary_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == 1) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
   if (!has_data(c->input) || !has_data(c->output) || c->input->total_elements != c->output->total_elements ||
       c->input->type != c->output->type)
     return ORU_RET_ERR_PARA;
-  if ((c->input->type & 7u) != aif32) ORU_FAIL(ORU_RET_ERR_NOT_SUPPORT);
+  if (oru::base_of_code(c->input->type) != aif32) ORU_FAIL(ORU_RET_ERR_NOT_SUPPORT);
   sigmoid_f32(static_cast<float *>(c->output->data), static_cast<const float *>(c->input->data),
               c->input->total_elements);
   return ORU_RET_OK;
@@ -79,7 +80,7 @@ uint32_t add_forward(void *context) {
   auto *c = static_cast<oru_cg_binary_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == 1) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
   const oru_tensor *a = c->input_a, *b = c->input_b;
   oru_tensor *out = c->output;
   if (!has_data(a) || !has_data(b) || !has_data(out)) return ORU_RET_ERR_PARA;
@@ -189,7 +190,7 @@ ORU_API uint32_t oru_init_binary_context_inference(oru_cg_handle *handle, int32_
   if (!c) return ORU_RET_ERR_PARA;
   const int32_t n = cg_in_edge_count(handle, node);
   if (n != 2) return ORU_RET_ERR_PARA;
-  if (handle->backend == 1) {
+  if (handle->backend == ORU_CG_BACKEND_FIXED) {
     c->q_a = cg_q(handle, cg_in_edge(handle, node, 0));
     c->q_b = cg_q(handle, cg_in_edge(handle, node, 1));
     c->q_out = cg_q(handle, node);
@@ -221,7 +222,7 @@ ORU_API uint32_t oru_init_bias_context_inference(oru_cg_handle *handle, int32_t 
     const int32_t op = cg_op_type(handle, s);
     if (op == 2) {
       oru_tensor *w = cg_source_tensor(handle, s);
-      if (handle->backend == 1) {
+      if (handle->backend == ORU_CG_BACKEND_FIXED) {
         // The bias is quantised with its own Q into a copy that this node owns.
         if (!w) continue;
         if (c->input_b) oru_release_tensor(&c->input_b);
@@ -237,7 +238,7 @@ ORU_API uint32_t oru_init_bias_context_inference(oru_cg_handle *handle, int32_t 
       }
     } else {
       c->input_a = cg_data_tensor(handle, s);
-      if (handle->backend == 1) c->q_a = cg_q(handle, s);
+      if (handle->backend == ORU_CG_BACKEND_FIXED) c->q_a = cg_q(handle, s);
     }
   }
   if (c->input_a && c->input_b && !c->output) {
@@ -248,7 +249,7 @@ ORU_API uint32_t oru_init_bias_context_inference(oru_cg_handle *handle, int32_t 
     else
       c->output = c->input_a;
   }
-  if (handle->backend == 1) {
+  if (handle->backend == ORU_CG_BACKEND_FIXED) {
     c->q_out = (c->q_a < c->q_b ? c->q_a : c->q_b) - 1;
     cg_set_q(handle, node, c->q_out);
   }
@@ -258,7 +259,7 @@ ORU_API uint32_t oru_init_bias_context_inference(oru_cg_handle *handle, int32_t 
 
 ORU_API uint32_t oru_uninit_bias_context(void **context) {
   return cg_free_context<oru_cg_binary_context>(context, [](oru_cg_binary_context *c) {
-    if (c->backend == 1 && c->input_b) oru_release_tensor(&c->input_b);
+    if (c->backend == ORU_CG_BACKEND_FIXED && c->input_b) oru_release_tensor(&c->input_b);
     // On the CPU the output is the input's tensor; only the device copies are this node's.
     if (c->output && c->output != c->input_a) oru_release_tensor(&c->output);
   });

@@ -28,7 +28,7 @@ uint32_t linear_forward(void *context) {
   auto *c = static_cast<oru_cg_linear_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == 1) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
   const oru_tensor *in = c->input, *w = c->weights;
   oru_tensor *out = c->output;
   if (!has_data(in) || !has_data(w) || !has_data(out) || in->ndims != 2 || out->ndims != 2) return ORU_RET_ERR_PARA;
@@ -76,7 +76,7 @@ ORU_API uint32_t oru_init_linear_context_inference(oru_cg_handle *handle, int32_
     const int32_t s = cg_in_edge(handle, node, int32_t(k));
     if (cg_op_type(handle, s) == 2) {
       oru_tensor *w = cg_source_tensor(handle, s);
-      if (handle->backend == 1 && w) {
+      if (handle->backend == ORU_CG_BACKEND_FIXED && w) {
         if (c->weights) oru_release_tensor(&c->weights);
         oru_tensor_calc_q(&c->q_w, w, 0, static_cast<int32_t>(w->total_elements));
         c->weights = oru_create_tensor(w->ndims, w->dims, ai16s);
@@ -88,7 +88,7 @@ ORU_API uint32_t oru_init_linear_context_inference(oru_cg_handle *handle, int32_
       }
     } else {
       c->input = cg_data_tensor(handle, s);
-      if (handle->backend == 1) c->q_in = cg_q(handle, s);
+      if (handle->backend == ORU_CG_BACKEND_FIXED) c->q_in = cg_q(handle, s);
     }
   }
   if (c->input && c->weights && !c->output) {
@@ -105,13 +105,13 @@ ORU_API uint32_t oru_init_linear_context_inference(oru_cg_handle *handle, int32_
     }
   }
   if (!c->output) ORU_FAIL_MSG(ORU_RET_ERR_MEMORY, kCgOutputFailed);
-  if (handle->backend == 1) c->q_out = cg_q(handle, node);
+  if (handle->backend == ORU_CG_BACKEND_FIXED) c->q_out = cg_q(handle, node);
   return ORU_RET_OK;
 }
 
 ORU_API uint32_t oru_uninit_linear_context(void **context) {
   return cg_release_context<oru_cg_linear_context>(context, [](oru_cg_linear_context *c) {
-    if (c->backend == 1 && c->weights) oru_release_tensor(&c->weights);
+    if (c->backend == ORU_CG_BACKEND_FIXED && c->weights) oru_release_tensor(&c->weights);
   });
 }
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "core/oru_types.h"
 #include "cg/ops/oru_cg_conv_internal.h"
 #include "cg/oru_cg_internal.h"
 #include "conv/oru_conv_internal.h"
@@ -82,7 +83,7 @@ uint32_t oru_tensor_fuse_conv2d_bn2d_weight(oru_tensor *destination, const oru_t
                                             const oru_conv2d_bn2d_act_params *params) {
   if (!destination || !source || !params || !destination->data || !source->data) return ORU_RET_ERR_PARA;
   if (destination->total_elements != source->total_elements || destination->type != source->type ||
-      (source->type & 7u) != aif32)
+      oru::base_of_code(source->type) != aif32)
     return ORU_RET_ERR_PARA;
   const oru_conv2d_params &p = params->conv;
   if (p.out_channels < 1 || p.kernel_w < 1 || p.kernel_h < 1 || p.in_channels < 1) return ORU_RET_ERR_PARA;

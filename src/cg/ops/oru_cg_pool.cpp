@@ -50,7 +50,7 @@ uint32_t avg_forward(void *context) {
   auto *c = static_cast<oru_cg_pool_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == 1) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
   return pool_run(c, false);
 }
 

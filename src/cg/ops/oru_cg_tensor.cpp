@@ -111,7 +111,7 @@ uint32_t concat_forward(void *context) {
   auto *c = static_cast<oru_cg_concat_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == 1) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
   oru_tensor *out = c->output;
   if (!has_data(out) || !c->inputs || c->count < 1) return ORU_RET_ERR_PARA;
   const uint32_t axis = c->axis;
@@ -155,7 +155,7 @@ uint32_t prepare_concat(oru_cg_handle *h, int32_t node) {
     c->inputs = static_cast<oru_tensor **>(oru_calloc(c->count, sizeof(oru_tensor *)));
     if (!c->inputs) return ORU_RET_ERR_MEMORY;
   }
-  const bool fixed = c->backend == 1;
+  const bool fixed = c->backend == ORU_CG_BACKEND_FIXED;
   if (fixed && !c->q_inputs) {
     c->q_inputs = static_cast<int32_t *>(oru_calloc(c->count, sizeof(int32_t)));
     if (!c->q_inputs) return ORU_RET_ERR_MEMORY;
