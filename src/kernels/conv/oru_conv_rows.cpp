@@ -1,5 +1,8 @@
 // Plain forms of the hot row kernels: the reference for the vector forms, and what
-// processors without a vector form run.
+// processors without a vector form run. Taps after the first are fused multiply-adds, as
+// the vector forms do them, so all forms round alike.
+#include <cmath>
+
 #include "conv/oru_conv_internal.h"
 
 namespace oru {
@@ -8,14 +11,14 @@ void conv3x3_s1_row_plain(float *out, int64_t n, const float *r0, const float *r
                           const float *k9, bool accumulate) {
   for (int64_t x = 0; x < n; ++x) {
     float s = r0[x] * k9[0];
-    s += r0[x + 1] * k9[1];
-    s += r0[x + 2] * k9[2];
-    s += r1[x] * k9[3];
-    s += r1[x + 1] * k9[4];
-    s += r1[x + 2] * k9[5];
-    s += r2[x] * k9[6];
-    s += r2[x + 1] * k9[7];
-    s += r2[x + 2] * k9[8];
+    s = std::fma(r0[x + 1], k9[1], s);
+    s = std::fma(r0[x + 2], k9[2], s);
+    s = std::fma(r1[x], k9[3], s);
+    s = std::fma(r1[x + 1], k9[4], s);
+    s = std::fma(r1[x + 2], k9[5], s);
+    s = std::fma(r2[x], k9[6], s);
+    s = std::fma(r2[x + 1], k9[7], s);
+    s = std::fma(r2[x + 2], k9[8], s);
     out[x] = accumulate ? out[x] + s : s;
   }
 }
@@ -29,14 +32,14 @@ void conv3x3_s1_multi_plain(float *out, int64_t ldo, int nrows, int64_t n, const
         const float *const *ri = rows + i * 6 + r;
         const float *k9 = k + i * 9;
         float s = ri[0][x] * k9[0];
-        s += ri[0][x + 1] * k9[1];
-        s += ri[0][x + 2] * k9[2];
-        s += ri[1][x] * k9[3];
-        s += ri[1][x + 1] * k9[4];
-        s += ri[1][x + 2] * k9[5];
-        s += ri[2][x] * k9[6];
-        s += ri[2][x + 1] * k9[7];
-        s += ri[2][x + 2] * k9[8];
+        s = std::fma(ri[0][x + 1], k9[1], s);
+        s = std::fma(ri[0][x + 2], k9[2], s);
+        s = std::fma(ri[1][x], k9[3], s);
+        s = std::fma(ri[1][x + 1], k9[4], s);
+        s = std::fma(ri[1][x + 2], k9[5], s);
+        s = std::fma(ri[2][x], k9[6], s);
+        s = std::fma(ri[2][x + 1], k9[7], s);
+        s = std::fma(ri[2][x + 2], k9[8], s);
         acc += s;
       }
       out[r * ldo + x] = acc;
@@ -48,14 +51,14 @@ void conv3x3_s2_row_plain(float *out, int64_t n, const float *r0, const float *r
   for (int64_t x = 0; x < n; ++x) {
     int64_t c = 2 * x;
     float s = r0[c] * k9[0];
-    s += r0[c + 1] * k9[1];
-    s += r0[c + 2] * k9[2];
-    s += r1[c] * k9[3];
-    s += r1[c + 1] * k9[4];
-    s += r1[c + 2] * k9[5];
-    s += r2[c] * k9[6];
-    s += r2[c + 1] * k9[7];
-    s += r2[c + 2] * k9[8];
+    s = std::fma(r0[c + 1], k9[1], s);
+    s = std::fma(r0[c + 2], k9[2], s);
+    s = std::fma(r1[c], k9[3], s);
+    s = std::fma(r1[c + 1], k9[4], s);
+    s = std::fma(r1[c + 2], k9[5], s);
+    s = std::fma(r2[c], k9[6], s);
+    s = std::fma(r2[c + 1], k9[7], s);
+    s = std::fma(r2[c + 2], k9[8], s);
     out[x] = accumulate ? out[x] + s : s;
   }
 }
@@ -67,14 +70,14 @@ void conv3x3_s2_multi_plain(float *out, int64_t n, const float *const *rows, int
       const float *const *r = rows + i * 6;
       const float *k9 = k + i * 9;
       float s = r[0][x] * k9[0];
-      s += r[1][x] * k9[1];
-      s += r[0][x + 1] * k9[2];
-      s += r[2][x] * k9[3];
-      s += r[3][x] * k9[4];
-      s += r[2][x + 1] * k9[5];
-      s += r[4][x] * k9[6];
-      s += r[5][x] * k9[7];
-      s += r[4][x + 1] * k9[8];
+      s = std::fma(r[1][x], k9[1], s);
+      s = std::fma(r[0][x + 1], k9[2], s);
+      s = std::fma(r[2][x], k9[3], s);
+      s = std::fma(r[3][x], k9[4], s);
+      s = std::fma(r[2][x + 1], k9[5], s);
+      s = std::fma(r[4][x], k9[6], s);
+      s = std::fma(r[5][x], k9[7], s);
+      s = std::fma(r[4][x + 1], k9[8], s);
       acc += s;
     }
     out[x] = acc;
@@ -88,7 +91,7 @@ void pointwise_block_plain(float *out, int64_t out_plane, const float *in, int64
     const float *wo = w + o * ldw;
     for (int64_t p = 0; p < n; ++p) {
       float acc = dst[p];
-      for (int i = 0; i < ic; ++i) acc += wo[i] * in[i * in_plane + p];
+      for (int i = 0; i < ic; ++i) acc = std::fma(wo[i], in[i * in_plane + p], acc);
       dst[p] = acc;
     }
   }

@@ -13,6 +13,8 @@ struct Avx2 {
   static T set1(float v) { return _mm256_set1_ps(v); }
   static T add(T a, T b) { return _mm256_add_ps(a, b); }
   static T mul(T a, T b) { return _mm256_mul_ps(a, b); }
+  // a * b + c with one rounding.
+  static T fma(T a, T b, T c) { return _mm256_fmadd_ps(a, b, c); }
   static T max(T a, T b) { return _mm256_max_ps(a, b); }
   static T min(T a, T b) { return _mm256_min_ps(a, b); }
   // p[0], p[2], ..., p[14].

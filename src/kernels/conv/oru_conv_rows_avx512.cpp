@@ -13,6 +13,8 @@ struct Avx512 {
   static T set1(float v) { return _mm512_set1_ps(v); }
   static T add(T a, T b) { return _mm512_add_ps(a, b); }
   static T mul(T a, T b) { return _mm512_mul_ps(a, b); }
+  // a * b + c with one rounding.
+  static T fma(T a, T b, T c) { return _mm512_fmadd_ps(a, b, c); }
   // a > b ? a : b and a < b ? a : b through masks (GCC 12 warns on the max/min intrinsics).
   static T max(T a, T b) { return _mm512_mask_blend_ps(_mm512_cmp_ps_mask(a, b, _CMP_GT_OQ), b, a); }
   static T min(T a, T b) { return _mm512_mask_blend_ps(_mm512_cmp_ps_mask(a, b, _CMP_LT_OQ), b, a); }

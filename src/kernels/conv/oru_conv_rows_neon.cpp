@@ -13,6 +13,8 @@ struct Neon {
   static T set1(float v) { return vdupq_n_f32(v); }
   static T add(T a, T b) { return vaddq_f32(a, b); }
   static T mul(T a, T b) { return vmulq_f32(a, b); }
+  // a * b + c with one rounding.
+  static T fma(T a, T b, T c) { return vfmaq_f32(c, a, b); }
   // a > b ? a : b and a < b ? a : b, as the plain form writes them (vmax would pass NaN on).
   static T max(T a, T b) { return vbslq_f32(vcgtq_f32(a, b), a, b); }
   static T min(T a, T b) { return vbslq_f32(vcltq_f32(a, b), a, b); }

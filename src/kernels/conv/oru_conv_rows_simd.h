@@ -1,6 +1,7 @@
 // The hot row kernels written once over a vector type V; each vector file instantiates
-// them with its own V. Multiplies and adds stay separate and in the plain form's order,
-// so every form matches its plain twin bit for bit.
+// them with its own V. Every tap after the first is a fused multiply-add in the plain
+// form's order (the plain form uses std::fma), so every form matches its plain twin bit
+// for bit.
 #ifndef ORU_CONV_ROWS_SIMD_H
 #define ORU_CONV_ROWS_SIMD_H
 
@@ -14,14 +15,14 @@ namespace simd {
 template <typename V, typename V::T (*Load)(const float *)>
 inline typename V::T tap9_with(const float *r0, const float *r1, const float *r2, const typename V::T *k) {
   typename V::T s = V::mul(Load(r0), k[0]);
-  s = V::add(s, V::mul(Load(r0 + 1), k[1]));
-  s = V::add(s, V::mul(Load(r0 + 2), k[2]));
-  s = V::add(s, V::mul(Load(r1), k[3]));
-  s = V::add(s, V::mul(Load(r1 + 1), k[4]));
-  s = V::add(s, V::mul(Load(r1 + 2), k[5]));
-  s = V::add(s, V::mul(Load(r2), k[6]));
-  s = V::add(s, V::mul(Load(r2 + 1), k[7]));
-  s = V::add(s, V::mul(Load(r2 + 2), k[8]));
+  s = V::fma(Load(r0 + 1), k[1], s);
+  s = V::fma(Load(r0 + 2), k[2], s);
+  s = V::fma(Load(r1), k[3], s);
+  s = V::fma(Load(r1 + 1), k[4], s);
+  s = V::fma(Load(r1 + 2), k[5], s);
+  s = V::fma(Load(r2), k[6], s);
+  s = V::fma(Load(r2 + 1), k[7], s);
+  s = V::fma(Load(r2 + 2), k[8], s);
   return s;
 }
 
@@ -83,14 +84,14 @@ void conv3x3_s2_multi(float *out, int64_t n, const float *const *rows, int64_t i
       const float *const *r = rows + i * 6;
       const float *k9 = k + i * 9;
       T s = V::mul(V::load(r[0] + x), V::set1(k9[0]));
-      s = V::add(s, V::mul(V::load(r[1] + x), V::set1(k9[1])));
-      s = V::add(s, V::mul(V::load(r[0] + x + 1), V::set1(k9[2])));
-      s = V::add(s, V::mul(V::load(r[2] + x), V::set1(k9[3])));
-      s = V::add(s, V::mul(V::load(r[3] + x), V::set1(k9[4])));
-      s = V::add(s, V::mul(V::load(r[2] + x + 1), V::set1(k9[5])));
-      s = V::add(s, V::mul(V::load(r[4] + x), V::set1(k9[6])));
-      s = V::add(s, V::mul(V::load(r[5] + x), V::set1(k9[7])));
-      s = V::add(s, V::mul(V::load(r[4] + x + 1), V::set1(k9[8])));
+      s = V::fma(V::load(r[1] + x), V::set1(k9[1]), s);
+      s = V::fma(V::load(r[0] + x + 1), V::set1(k9[2]), s);
+      s = V::fma(V::load(r[2] + x), V::set1(k9[3]), s);
+      s = V::fma(V::load(r[3] + x), V::set1(k9[4]), s);
+      s = V::fma(V::load(r[2] + x + 1), V::set1(k9[5]), s);
+      s = V::fma(V::load(r[4] + x), V::set1(k9[6]), s);
+      s = V::fma(V::load(r[5] + x), V::set1(k9[7]), s);
+      s = V::fma(V::load(r[4] + x + 1), V::set1(k9[8]), s);
       acc = V::add(acc, s);
     }
     V::store(out + x, acc);
@@ -143,7 +144,7 @@ void pointwise_block(float *out, int64_t out_plane, const float *in, int64_t in_
     for (int o = 0; o < oc; ++o) {
       float *dst = out + o * out_plane + p;
       typename V::T acc = V::load(dst);
-      for (int i = 0; i < ic; ++i) acc = V::add(acc, V::mul(wv[o][i], x[i]));
+      for (int i = 0; i < ic; ++i) acc = V::fma(wv[o][i], x[i], acc);
       V::store(dst, acc);
     }
   }
