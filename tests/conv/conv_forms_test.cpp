@@ -1,5 +1,5 @@
 // Every vector form of the convolution row kernels against its plain twin, on random
-// lengths that reach every tail. Multiplies and adds are separate in all forms, so they
+// lengths that reach every tail. Every form fuses the same multiply-adds in the same order, so they
 // must agree bit for bit.
 #include <gtest/gtest.h>
 

@@ -1,100 +1,31 @@
 // Plain forms of the hot row kernels: the reference for the vector forms, and what
-// processors without a vector form run. Taps after the first are fused multiply-adds, as
-// the vector forms do them, so all forms round alike.
-#include <cmath>
-
-#include "conv/oru_conv_internal.h"
+// processors without a vector form run.
+#include "kernels/conv/oru_conv_rows_scalar.h"
 
 namespace oru {
 
 void conv3x3_s1_row_plain(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
                           const float *k9, bool accumulate) {
-  for (int64_t x = 0; x < n; ++x) {
-    float s = r0[x] * k9[0];
-    s = std::fma(r0[x + 1], k9[1], s);
-    s = std::fma(r0[x + 2], k9[2], s);
-    s = std::fma(r1[x], k9[3], s);
-    s = std::fma(r1[x + 1], k9[4], s);
-    s = std::fma(r1[x + 2], k9[5], s);
-    s = std::fma(r2[x], k9[6], s);
-    s = std::fma(r2[x + 1], k9[7], s);
-    s = std::fma(r2[x + 2], k9[8], s);
-    out[x] = accumulate ? out[x] + s : s;
-  }
+  conv3x3_s1_row_scalar(out, n, r0, r1, r2, k9, accumulate);
 }
 
 void conv3x3_s1_multi_plain(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
                             const float *k) {
-  for (int r = 0; r < nrows; ++r)
-    for (int64_t x = 0; x < n; ++x) {
-      float acc = 0.0f;
-      for (int64_t i = 0; i < ic; ++i) {
-        const float *const *ri = rows + i * 6 + r;
-        const float *k9 = k + i * 9;
-        float s = ri[0][x] * k9[0];
-        s = std::fma(ri[0][x + 1], k9[1], s);
-        s = std::fma(ri[0][x + 2], k9[2], s);
-        s = std::fma(ri[1][x], k9[3], s);
-        s = std::fma(ri[1][x + 1], k9[4], s);
-        s = std::fma(ri[1][x + 2], k9[5], s);
-        s = std::fma(ri[2][x], k9[6], s);
-        s = std::fma(ri[2][x + 1], k9[7], s);
-        s = std::fma(ri[2][x + 2], k9[8], s);
-        acc += s;
-      }
-      out[r * ldo + x] = acc;
-    }
+  conv3x3_s1_multi_scalar(out, ldo, nrows, n, rows, ic, k);
 }
 
 void conv3x3_s2_row_plain(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
                           const float *k9, bool accumulate) {
-  for (int64_t x = 0; x < n; ++x) {
-    int64_t c = 2 * x;
-    float s = r0[c] * k9[0];
-    s = std::fma(r0[c + 1], k9[1], s);
-    s = std::fma(r0[c + 2], k9[2], s);
-    s = std::fma(r1[c], k9[3], s);
-    s = std::fma(r1[c + 1], k9[4], s);
-    s = std::fma(r1[c + 2], k9[5], s);
-    s = std::fma(r2[c], k9[6], s);
-    s = std::fma(r2[c + 1], k9[7], s);
-    s = std::fma(r2[c + 2], k9[8], s);
-    out[x] = accumulate ? out[x] + s : s;
-  }
+  conv3x3_s2_row_scalar(out, n, r0, r1, r2, k9, accumulate);
 }
 
 void conv3x3_s2_multi_plain(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k) {
-  for (int64_t x = 0; x < n; ++x) {
-    float acc = 0.0f;
-    for (int64_t i = 0; i < ic; ++i) {
-      const float *const *r = rows + i * 6;
-      const float *k9 = k + i * 9;
-      float s = r[0][x] * k9[0];
-      s = std::fma(r[1][x], k9[1], s);
-      s = std::fma(r[0][x + 1], k9[2], s);
-      s = std::fma(r[2][x], k9[3], s);
-      s = std::fma(r[3][x], k9[4], s);
-      s = std::fma(r[2][x + 1], k9[5], s);
-      s = std::fma(r[4][x], k9[6], s);
-      s = std::fma(r[5][x], k9[7], s);
-      s = std::fma(r[4][x + 1], k9[8], s);
-      acc += s;
-    }
-    out[x] = acc;
-  }
+  conv3x3_s2_multi_scalar(out, n, rows, ic, k);
 }
 
 void pointwise_block_plain(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
                            int64_t ldw, int oc, int ic, int64_t n) {
-  for (int o = 0; o < oc; ++o) {
-    float *dst = out + o * out_plane;
-    const float *wo = w + o * ldw;
-    for (int64_t p = 0; p < n; ++p) {
-      float acc = dst[p];
-      for (int i = 0; i < ic; ++i) acc = std::fma(wo[i], in[i * in_plane + p], acc);
-      dst[p] = acc;
-    }
-  }
+  pointwise_block_scalar(out, out_plane, in, in_plane, w, ldw, oc, ic, n);
 }
 
 void bias_act_line_plain(float *y, const float *x, float b, int64_t n, int act) {

@@ -22,6 +22,20 @@ struct Avx2 {
     __m256 s = _mm256_shuffle_ps(_mm256_loadu_ps(p), _mm256_loadu_ps(p + 8), 0x88);
     return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(s), 0xD8));
   }
+  // Masked loads read nothing in the lanes they skip, so a tail may end at any float.
+  static constexpr bool kMasks = true;
+  using M = __m256i;
+  static M mask(int64_t count) {
+    return _mm256_cmpgt_epi32(_mm256_set1_epi32(int(count)), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+  }
+  static T load_mask(const float *p, M m) { return _mm256_maskload_ps(p, m); }
+  static void store_mask(float *p, T v, M m) { _mm256_maskstore_ps(p, m, v); }
+  // p[0], p[2], ..., p[2 * count - 2], zeros after.
+  static T load_even_mask(const float *p, int64_t count) {
+    const int64_t floats = 2 * count - 1;
+    __m256 s = _mm256_shuffle_ps(load_mask(p, mask(floats)), load_mask(p + 8, mask(floats - 8)), 0x88);
+    return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(s), 0xD8));
+  }
 };
 
 }  // namespace

@@ -20,6 +20,8 @@ struct Neon {
   static T min(T a, T b) { return vbslq_f32(vcltq_f32(a, b), a, b); }
   // p[0], p[2], p[4], p[6].
   static T load_even(const float *p) { return vld2q_f32(p).val[0]; }
+  // No masked loads: ragged tails go through the scalar bodies.
+  static constexpr bool kMasks = false;
 };
 
 }  // namespace

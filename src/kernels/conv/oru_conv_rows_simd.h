@@ -6,29 +6,63 @@
 #define ORU_CONV_ROWS_SIMD_H
 
 #include "conv/oru_conv_internal.h"
+#include "kernels/conv/oru_conv_rows_scalar.h"
 
 namespace oru {
 namespace simd {
 
-// The nine taps of a 3 x 3 window in the plain form's order; Load reads one vector of
-// window starts from a row (V::load for stride 1, V::load_even for stride 2).
-template <typename V, typename V::T (*Load)(const float *)>
-inline typename V::T tap9_with(const float *r0, const float *r1, const float *r2, const typename V::T *k) {
-  typename V::T s = V::mul(Load(r0), k[0]);
-  s = V::fma(Load(r0 + 1), k[1], s);
-  s = V::fma(Load(r0 + 2), k[2], s);
-  s = V::fma(Load(r1), k[3], s);
-  s = V::fma(Load(r1 + 1), k[4], s);
-  s = V::fma(Load(r1 + 2), k[5], s);
-  s = V::fma(Load(r2), k[6], s);
-  s = V::fma(Load(r2 + 1), k[7], s);
-  s = V::fma(Load(r2 + 2), k[8], s);
+// Ragged tails: a vector type with masked loads and stores (kMasks) finishes a row with
+// one masked step, whose lanes round exactly as the full steps do; one without finishes
+// it with the scalar bodies, compiled in the same file.
+
+// The nine taps of a 3 x 3 window in the plain form's order; load reads one vector of
+// window starts from a row (contiguous for stride 1, every second float for stride 2).
+template <typename V, typename L>
+inline typename V::T tap9_with(L load, const float *r0, const float *r1, const float *r2, const typename V::T *k) {
+  typename V::T s = V::mul(load(r0), k[0]);
+  s = V::fma(load(r0 + 1), k[1], s);
+  s = V::fma(load(r0 + 2), k[2], s);
+  s = V::fma(load(r1), k[3], s);
+  s = V::fma(load(r1 + 1), k[4], s);
+  s = V::fma(load(r1 + 2), k[5], s);
+  s = V::fma(load(r2), k[6], s);
+  s = V::fma(load(r2 + 1), k[7], s);
+  s = V::fma(load(r2 + 2), k[8], s);
   return s;
 }
 
 template <typename V>
-inline typename V::T tap9(const float *r0, const float *r1, const float *r2, const typename V::T *k) {
-  return tap9_with<V, V::load>(r0, r1, r2, k);
+struct Full {
+  typename V::T operator()(const float *p) const { return V::load(p); }
+  void store(float *p, typename V::T v) const { V::store(p, v); }
+};
+
+template <typename V>
+struct FullEven {
+  typename V::T operator()(const float *p) const { return V::load_even(p); }
+};
+
+// The first `count` lanes of a vector (count at most V::W); the other lanes read as zero
+// and are never stored.
+template <typename V>
+struct Part {
+  typename V::M m;
+  explicit Part(int64_t count) : m(V::mask(count)) {}
+  typename V::T operator()(const float *p) const { return V::load_mask(p, m); }
+  void store(float *p, typename V::T v) const { V::store_mask(p, v, m); }
+};
+
+template <typename V>
+struct PartEven {
+  int64_t count;
+  typename V::T operator()(const float *p) const { return V::load_even_mask(p, count); }
+};
+
+template <typename V, typename L, typename LE>
+inline void row_step(float *out, const float *r0, const float *r1, const float *r2, const typename V::T *k,
+                     bool accumulate, L io, LE load) {
+  typename V::T s = tap9_with<V>(load, r0, r1, r2, k);
+  io.store(out, accumulate ? V::add(io(out), s) : s);
 }
 
 template <typename V>
@@ -37,84 +71,100 @@ void conv3x3_s1_row(float *out, int64_t n, const float *r0, const float *r1, con
   typename V::T k[9];
   for (int j = 0; j < 9; ++j) k[j] = V::set1(k9[j]);
   int64_t x = 0;
-  for (; x + V::W <= n; x += V::W) {
-    typename V::T s = tap9<V>(r0 + x, r1 + x, r2 + x, k);
-    V::store(out + x, accumulate ? V::add(V::load(out + x), s) : s);
+  for (; x + V::W <= n; x += V::W) row_step<V>(out + x, r0 + x, r1 + x, r2 + x, k, accumulate, Full<V>(), Full<V>());
+  if (x == n) return;
+  if constexpr (V::kMasks) {
+    Part<V> part(n - x);
+    row_step<V>(out + x, r0 + x, r1 + x, r2 + x, k, accumulate, part, part);
+  } else {
+    conv3x3_s1_row_scalar(out + x, n - x, r0 + x, r1 + x, r2 + x, k9, accumulate);
   }
-  if (x < n) conv3x3_s1_row_plain(out + x, n - x, r0 + x, r1 + x, r2 + x, k9, accumulate);
+}
+
+// Up to four output rows of one output channel over every input channel, `io` columns at x.
+template <typename V, typename L>
+inline void s1_multi_step(float *out, int64_t ldo, int nrows, int64_t x, const float *const *rows, int64_t ic,
+                          const float *k, L io) {
+  using T = typename V::T;
+  T acc[4] = {V::set1(0.0f), V::set1(0.0f), V::set1(0.0f), V::set1(0.0f)};
+  for (int64_t i = 0; i < ic; ++i) {
+    const float *const *ri = rows + i * 6;
+    const float *k9 = k + i * 9;
+    T kv[9];
+    for (int j = 0; j < 9; ++j) kv[j] = V::set1(k9[j]);
+    for (int r = 0; r < nrows; ++r) acc[r] = V::add(acc[r], tap9_with<V>(io, ri[r] + x, ri[r + 1] + x, ri[r + 2] + x, kv));
+  }
+  for (int r = 0; r < nrows; ++r) io.store(out + r * ldo + x, acc[r]);
 }
 
 template <typename V>
 void conv3x3_s1_multi(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
                       const float *k) {
-  using T = typename V::T;
   int64_t x = 0;
-  for (; x + V::W <= n; x += V::W) {
-    T acc[4] = {V::set1(0.0f), V::set1(0.0f), V::set1(0.0f), V::set1(0.0f)};
-    for (int64_t i = 0; i < ic; ++i) {
-      const float *const *ri = rows + i * 6;
-      const float *k9 = k + i * 9;
-      T kv[9];
-      for (int j = 0; j < 9; ++j) kv[j] = V::set1(k9[j]);
-      for (int r = 0; r < nrows; ++r) acc[r] = V::add(acc[r], tap9<V>(ri[r] + x, ri[r + 1] + x, ri[r + 2] + x, kv));
-    }
-    for (int r = 0; r < nrows; ++r) V::store(out + r * ldo + x, acc[r]);
-  }
-  // Tail columns one at a time, in the plain form's order.
-  for (int r = 0; r < nrows; ++r)
-    for (int64_t c = x; c < n; ++c) {
-      float a = 0.0f;
-      for (int64_t i = 0; i < ic; ++i) {
-        const float *const *ri = rows + i * 6 + r;
-        float t;
-        conv3x3_s1_row_plain(&t, 1, ri[0] + c, ri[1] + c, ri[2] + c, k + i * 9, false);
-        a += t;
+  for (; x + V::W <= n; x += V::W) s1_multi_step<V>(out, ldo, nrows, x, rows, ic, k, Full<V>());
+  if (x == n) return;
+  if constexpr (V::kMasks) {
+    s1_multi_step<V>(out, ldo, nrows, x, rows, ic, k, Part<V>(n - x));
+  } else {
+    // Tail columns one at a time, in the plain form's order.
+    for (int r = 0; r < nrows; ++r)
+      for (int64_t c = x; c < n; ++c) {
+        float a = 0.0f;
+        for (int64_t i = 0; i < ic; ++i) {
+          const float *const *ri = rows + i * 6 + r;
+          float t;
+          conv3x3_s1_row_scalar(&t, 1, ri[0] + c, ri[1] + c, ri[2] + c, k + i * 9, false);
+          a += t;
+        }
+        out[r * ldo + c] = a;
       }
-      out[r * ldo + c] = a;
-    }
+  }
+}
+
+// One vector of outputs of the stride-2 multi-channel row: the six rows of each input
+// channel hold the even and odd columns of its three input rows.
+template <typename V, typename L>
+inline void s2_multi_step(float *out, int64_t x, const float *const *rows, int64_t ic, const float *k, L io) {
+  using T = typename V::T;
+  T acc = V::set1(0.0f);
+  for (int64_t i = 0; i < ic; ++i) {
+    const float *const *r = rows + i * 6;
+    const float *k9 = k + i * 9;
+    T s = V::mul(io(r[0] + x), V::set1(k9[0]));
+    s = V::fma(io(r[1] + x), V::set1(k9[1]), s);
+    s = V::fma(io(r[0] + x + 1), V::set1(k9[2]), s);
+    s = V::fma(io(r[2] + x), V::set1(k9[3]), s);
+    s = V::fma(io(r[3] + x), V::set1(k9[4]), s);
+    s = V::fma(io(r[2] + x + 1), V::set1(k9[5]), s);
+    s = V::fma(io(r[4] + x), V::set1(k9[6]), s);
+    s = V::fma(io(r[5] + x), V::set1(k9[7]), s);
+    s = V::fma(io(r[4] + x + 1), V::set1(k9[8]), s);
+    acc = V::add(acc, s);
+  }
+  io.store(out + x, acc);
 }
 
 template <typename V>
 void conv3x3_s2_multi(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k) {
-  using T = typename V::T;
   int64_t x = 0;
-  for (; x + V::W <= n; x += V::W) {
-    T acc = V::set1(0.0f);
-    for (int64_t i = 0; i < ic; ++i) {
-      const float *const *r = rows + i * 6;
-      const float *k9 = k + i * 9;
-      T s = V::mul(V::load(r[0] + x), V::set1(k9[0]));
-      s = V::fma(V::load(r[1] + x), V::set1(k9[1]), s);
-      s = V::fma(V::load(r[0] + x + 1), V::set1(k9[2]), s);
-      s = V::fma(V::load(r[2] + x), V::set1(k9[3]), s);
-      s = V::fma(V::load(r[3] + x), V::set1(k9[4]), s);
-      s = V::fma(V::load(r[2] + x + 1), V::set1(k9[5]), s);
-      s = V::fma(V::load(r[4] + x), V::set1(k9[6]), s);
-      s = V::fma(V::load(r[5] + x), V::set1(k9[7]), s);
-      s = V::fma(V::load(r[4] + x + 1), V::set1(k9[8]), s);
-      acc = V::add(acc, s);
-    }
-    V::store(out + x, acc);
-  }
-  if (x < n) {
-    // The tail through the plain form, one column at a time on shifted pointers.
+  for (; x + V::W <= n; x += V::W) s2_multi_step<V>(out, x, rows, ic, k, Full<V>());
+  if (x == n) return;
+  if constexpr (V::kMasks) {
+    s2_multi_step<V>(out, x, rows, ic, k, Part<V>(n - x));
+  } else {
+    // The tail through the scalar body, one column at a time on shifted pointers.
     for (; x < n; ++x) {
       float a = 0.0f;
       for (int64_t i = 0; i < ic; ++i) {
         const float *sh[6];
         for (int j = 0; j < 6; ++j) sh[j] = rows[i * 6 + j] + x;
         float t;
-        conv3x3_s2_multi_plain(&t, 1, sh, 1, k + i * 9);
+        conv3x3_s2_multi_scalar(&t, 1, sh, 1, k + i * 9);
         a += t;
       }
       out[x] = a;
     }
   }
-}
-
-template <typename V>
-inline typename V::T tap9_s2(const float *r0, const float *r1, const float *r2, const typename V::T *k) {
-  return tap9_with<V, V::load_even>(r0, r1, r2, k);
 }
 
 template <typename V>
@@ -124,11 +174,27 @@ void conv3x3_s2_row(float *out, int64_t n, const float *r0, const float *r1, con
   for (int j = 0; j < 9; ++j) k[j] = V::set1(k9[j]);
   int64_t x = 0;
   // The gathers read one float past the last tap; stop a vector early so that stays in the row.
-  for (; x + V::W < n; x += V::W) {
-    typename V::T s = tap9_s2<V>(r0 + 2 * x, r1 + 2 * x, r2 + 2 * x, k);
-    V::store(out + x, accumulate ? V::add(V::load(out + x), s) : s);
+  for (; x + V::W < n; x += V::W)
+    row_step<V>(out + x, r0 + 2 * x, r1 + 2 * x, r2 + 2 * x, k, accumulate, Full<V>(), FullEven<V>());
+  if (x == n) return;
+  if constexpr (V::kMasks) {
+    row_step<V>(out + x, r0 + 2 * x, r1 + 2 * x, r2 + 2 * x, k, accumulate, Part<V>(n - x), PartEven<V>{n - x});
+  } else {
+    conv3x3_s2_row_scalar(out + x, n - x, r0 + 2 * x, r1 + 2 * x, r2 + 2 * x, k9, accumulate);
   }
-  if (x < n) conv3x3_s2_row_plain(out + x, n - x, r0 + 2 * x, r1 + 2 * x, r2 + 2 * x, k9, accumulate);
+}
+
+template <typename V, typename L>
+inline void pointwise_step(float *out, int64_t out_plane, const float *in, int64_t in_plane,
+                           const typename V::T (*wv)[4], int oc, int ic, L io) {
+  typename V::T x[4];
+  for (int i = 0; i < ic; ++i) x[i] = io(in + i * in_plane);
+  for (int o = 0; o < oc; ++o) {
+    float *dst = out + o * out_plane;
+    typename V::T acc = io(dst);
+    for (int i = 0; i < ic; ++i) acc = V::fma(wv[o][i], x[i], acc);
+    io.store(dst, acc);
+  }
 }
 
 template <typename V>
@@ -138,17 +204,12 @@ void pointwise_block(float *out, int64_t out_plane, const float *in, int64_t in_
   for (int o = 0; o < oc; ++o)
     for (int i = 0; i < ic; ++i) wv[o][i] = V::set1(w[o * ldw + i]);
   int64_t p = 0;
-  for (; p + V::W <= n; p += V::W) {
-    typename V::T x[4];
-    for (int i = 0; i < ic; ++i) x[i] = V::load(in + i * in_plane + p);
-    for (int o = 0; o < oc; ++o) {
-      float *dst = out + o * out_plane + p;
-      typename V::T acc = V::load(dst);
-      for (int i = 0; i < ic; ++i) acc = V::fma(wv[o][i], x[i], acc);
-      V::store(dst, acc);
-    }
-  }
-  if (p < n) pointwise_block_plain(out + p, out_plane, in + p, in_plane, w, ldw, oc, ic, n - p);
+  for (; p + V::W <= n; p += V::W) pointwise_step<V>(out + p, out_plane, in + p, in_plane, wv, oc, ic, Full<V>());
+  if (p == n) return;
+  if constexpr (V::kMasks)
+    pointwise_step<V>(out + p, out_plane, in + p, in_plane, wv, oc, ic, Part<V>(n - p));
+  else
+    pointwise_block_scalar(out + p, out_plane, in + p, in_plane, w, ldw, oc, ic, n - p);
 }
 
 template <typename V, int Act>
