@@ -176,10 +176,19 @@ static uint32_t bind_backbone_and_heads(oru_cg_handle *g) {
   return st;
 }
 
+/* The kernel family that is fastest for a layer's shape, from the per-layer table of
+ * bench_face_layers: the direct kernels for depthwise layers, for the heads' narrow
+ * pointwise outputs and for the 256-channel inputs of the 10x8 planes; im2col + GEMM for
+ * the other pointwise and full convolutions. */
+static uint32_t fastest_method(const ultraface_layer *l) {
+  if (l->groups > 1) return 0u;
+  if (l->kernel == 1 && (l->out_channels <= 12 || l->in_channels >= 256)) return 0u;
+  return 2u;
+}
+
 /* The same nodes as the builders bind, one layer at a time from the table, so that each
- * convolution can take the kernel family that is fastest for its shape: the direct
- * kernels for depthwise layers, im2col + GEMM for the others. The builders take one
- * method per block, and a block pairs a depthwise with a pointwise layer. */
+ * convolution can take its own kernel family. The builders take one method per block,
+ * and a block pairs a depthwise with a pointwise layer. */
 static uint32_t bind_layers_each_with_its_method(oru_cg_handle *g) {
   uint32_t st = 0;
   for (int32_t i = 0; i < ULTRAFACE_LAYERS && st == 0; ++i) {
@@ -194,7 +203,7 @@ static uint32_t bind_layers_each_with_its_method(oru_cg_handle *g) {
     p.conv.dilation_w = p.conv.dilation_h = 1;
     p.conv.groups = l->groups;
     p.conv.has_bias = l->bias;
-    st = oru_cg_set_conv_method(g, l->groups > 1 ? 0u : 2u);
+    st = oru_cg_set_conv_method(g, fastest_method(l));
     if (st) break;
     const int32_t node = ULTRAFACE_NODE_CONV + i;
     if (l->bn) {
