@@ -18,8 +18,8 @@ model=models/ultraface/version-slim-320_without_postprocessing.onnx
 /usr/bin/python3 bench/strip_initializer_inputs.py "$model" build/ortnode/face-ort.onnx >/dev/null
 
 export OMP_NUM_THREADS=1 OPENBLAS_NUM_THREADS=1
-build/bench/bench/bench_face --benchmark_filter='BM_FaceInference' 2>/dev/null --benchmark_repetitions="$reps" \
-  --benchmark_report_aggregates_only=true --benchmark_out=build/ortnode/face.json --benchmark_out_format=json >/dev/null
+build/bench/bench/bench_face --benchmark_filter='BM_FaceInference' --benchmark_repetitions="$reps" \
+  --benchmark_report_aggregates_only=true --benchmark_out=build/ortnode/face.json --benchmark_out_format=json >/dev/null 2>&1
 ort=$(NODE_PATH=build/ortnode/node_modules node bench/ort_face.js build/ortnode/face-ort.onnx 500)
 
 /usr/bin/python3 - "$ort" <<'EOF'
