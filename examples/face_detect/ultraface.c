@@ -177,14 +177,10 @@ static uint32_t bind_backbone_and_heads(oru_cg_handle *g) {
 }
 
 /* The kernel family that is fastest for a layer's shape, from the per-layer table of
- * bench_face_layers: the direct kernels for depthwise layers, for the heads' narrow
- * pointwise outputs and for the 256-channel inputs of the 10x8 planes; im2col + GEMM for
- * the other pointwise and full convolutions. */
-static uint32_t fastest_method(const ultraface_layer *l) {
-  if (l->groups > 1) return 0u;
-  if (l->kernel == 1 && (l->out_channels <= 12 || l->in_channels >= 256)) return 0u;
-  return 2u;
-}
+ * bench_face_layers: the direct kernels for depthwise and pointwise layers (the pointwise
+ * kernel keeps a tile of outputs in registers over all input channels), im2col + GEMM for
+ * the full 3x3 convolutions. */
+static uint32_t fastest_method(const ultraface_layer *l) { return l->groups == 1 && l->kernel > 1 ? 2u : 0u; }
 
 /* The same nodes as the builders bind, one layer at a time from the table, so that each
  * convolution can take its own kernel family. The builders take one method per block,

@@ -108,18 +108,9 @@ ORU_API uint32_t oru_tensor_pointwise_conv2d_chw(oru_tensor *output, const oru_t
     }
     return ORU_RET_OK;
   }
-  using BlockFn = decltype(&oru::pointwise_block_plain);
-  static const BlockFn block = oru::pick(ORU_KERNEL_FORMS(oru::pointwise_block));
-  std::memset(out, 0, size_t(n * oc) * sizeof(float));
-  for (int32_t o = 0; o < oc;) {
-    int ob = oc - o >= 4 ? 4 : oc - o >= 2 ? 2 : 1;
-    for (int32_t i = 0; i < ic;) {
-      int ib = ic - i >= 4 ? 4 : ic - i >= 2 ? 2 : 1;
-      block(out + int64_t(o) * n, n, in + int64_t(i) * n, n, w + int64_t(o) * ic + i, ic, ob, ib, n);
-      i += ib;
-    }
-    o += ob;
-  }
+  using PlanesFn = decltype(&oru::pointwise_planes_plain);
+  static const PlanesFn planes = oru::pick(ORU_KERNEL_FORMS(oru::pointwise_planes));
+  planes(out, n, in, n, w, ic, oc, ic, n);
   return ORU_RET_OK;
 }
 

@@ -85,16 +85,18 @@ void conv3x3_s2_multi_avx2(float *out, int64_t n, const float *const *rows, int6
 void conv3x3_s2_multi_avx512(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
 void conv3x3_s2_multi_neon(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
 
-// A block of oc (1..4) output planes and ic (1..4) input planes of a 1x1 convolution:
-// out[o][p] += w[o * ldw + i] * in[i][p], input channels ascending, one product at a time.
-void pointwise_block_plain(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
-                           int64_t ldw, int oc, int ic, int64_t n);
-void pointwise_block_avx2(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
-                          int64_t ldw, int oc, int ic, int64_t n);
-void pointwise_block_avx512(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
+// oc output planes of a 1x1 convolution over all ic input planes, written, not added to:
+// out[o][p] = sum over i ascending of w[o * ldw + i] * in[i][p], one fused multiply-add at
+// a time from zero. The vector forms hold a tile of output channels and pixels in
+// registers for the whole sum, so each output is stored once.
+void pointwise_planes_plain(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
                             int64_t ldw, int oc, int ic, int64_t n);
-void pointwise_block_neon(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
-                          int64_t ldw, int oc, int ic, int64_t n);
+void pointwise_planes_avx2(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
+                           int64_t ldw, int oc, int ic, int64_t n);
+void pointwise_planes_avx512(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
+                             int64_t ldw, int oc, int ic, int64_t n);
+void pointwise_planes_neon(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
+                           int64_t ldw, int oc, int ic, int64_t n);
 
 // y[i] = act(x[i] + b) over one line; x and y may be the same.
 void bias_act_line_plain(float *y, const float *x, float b, int64_t n, int act);

@@ -100,16 +100,18 @@ TEST(ConvForms, StrideTwoRowMatchesPlain) {
   });
 }
 
-TEST(ConvForms, PointwiseBlockMatchesPlain) {
-  auto forms = ORU_KERNEL_FORMS(oru::pointwise_block);
+TEST(ConvForms, PointwisePlanesMatchPlain) {
+  auto forms = ORU_KERNEL_FORMS(oru::pointwise_planes);
   oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {
-    for (int oc = 1; oc <= 4; ++oc)
-      for (int ic = 1; ic <= 4; ++ic)
-        for (int64_t n : {1, 3, 4, 7, 8, 15, 16, 17, 33, 50}) {
-          auto in = rand_vec(size_t(4 * n), uint32_t(n * 3 + ic)), w = rand_vec(16, uint32_t(oc));
-          auto ref = rand_vec(size_t(4 * n), 11), got = ref;
-          oru::pointwise_block_plain(ref.data(), n, in.data(), n, w.data(), 4, oc, ic, n);
-          fn(got.data(), n, in.data(), n, w.data(), 4, oc, ic, n);
+    for (int oc : {1, 3, 4, 7, 8, 9, 17})
+      for (int ic : {1, 2, 5, 16})
+        for (int64_t n : {1, 3, 8, 15, 16, 17, 33, 47, 48, 50, 97}) {
+          // Planes one float longer than n: the guard after each output plane must stay.
+          const int64_t plane = n + 1;
+          auto in = rand_vec(size_t(ic * plane), uint32_t(n * 3 + ic)), w = rand_vec(size_t(oc * ic), uint32_t(oc));
+          auto ref = rand_vec(size_t(oc * plane), 11), got = ref;
+          oru::pointwise_planes_plain(ref.data(), plane, in.data(), plane, w.data(), ic, oc, ic, n);
+          fn(got.data(), plane, in.data(), plane, w.data(), ic, oc, ic, n);
           EXPECT_TRUE(same_bits(ref, got)) << oru::isa_name(isa) << " oc " << oc << " ic " << ic << " n " << n;
         }
   });

@@ -23,9 +23,9 @@ void conv3x3_s2_multi_plain(float *out, int64_t n, const float *const *rows, int
   conv3x3_s2_multi_scalar(out, n, rows, ic, k);
 }
 
-void pointwise_block_plain(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
-                           int64_t ldw, int oc, int ic, int64_t n) {
-  pointwise_block_scalar(out, out_plane, in, in_plane, w, ldw, oc, ic, n);
+void pointwise_planes_plain(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
+                            int64_t ldw, int oc, int ic, int64_t n) {
+  pointwise_planes_scalar(out, out_plane, in, in_plane, w, ldw, oc, ic, n);
 }
 
 void bias_act_line_plain(float *y, const float *x, float b, int64_t n, int act) {

@@ -10,6 +10,8 @@ struct Avx2 {
   static constexpr int W = 8;
   static T load(const float *p) { return _mm256_loadu_ps(p); }
   static void store(float *p, T v) { _mm256_storeu_ps(p, v); }
+  // Pointwise tile: 4 output channels x 3 vectors of pixels, 12 accumulators of the 16 registers.
+  static constexpr int kPointwiseOut = 4, kPointwiseVecs = 3;
   static T set1(float v) { return _mm256_set1_ps(v); }
   static T add(T a, T b) { return _mm256_add_ps(a, b); }
   static T mul(T a, T b) { return _mm256_mul_ps(a, b); }

@@ -10,6 +10,8 @@ struct Avx512 {
   static constexpr int W = 16;
   static T load(const float *p) { return _mm512_loadu_ps(p); }
   static void store(float *p, T v) { _mm512_storeu_ps(p, v); }
+  // Pointwise tile: 8 output channels x 3 vectors of pixels, 24 accumulators of the 32 registers.
+  static constexpr int kPointwiseOut = 8, kPointwiseVecs = 3;
   static T set1(float v) { return _mm512_set1_ps(v); }
   static T add(T a, T b) { return _mm512_add_ps(a, b); }
   static T mul(T a, T b) { return _mm512_mul_ps(a, b); }

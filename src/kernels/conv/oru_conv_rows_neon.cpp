@@ -10,6 +10,8 @@ struct Neon {
   static constexpr int W = 4;
   static T load(const float *p) { return vld1q_f32(p); }
   static void store(float *p, T v) { vst1q_f32(p, v); }
+  // Pointwise tile: 8 output channels x 2 vectors of pixels, 16 accumulators of the 32 registers.
+  static constexpr int kPointwiseOut = 8, kPointwiseVecs = 2;
   static T set1(float v) { return vdupq_n_f32(v); }
   static T add(T a, T b) { return vaddq_f32(a, b); }
   static T mul(T a, T b) { return vmulq_f32(a, b); }

@@ -89,15 +89,14 @@ inline void conv3x3_s2_multi_scalar(float *out, int64_t n, const float *const *r
   }
 }
 
-inline void pointwise_block_scalar(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
-                           int64_t ldw, int oc, int ic, int64_t n) {
+inline void pointwise_planes_scalar(float *out, int64_t out_plane, const float *in, int64_t in_plane,
+                                    const float *w, int64_t ldw, int oc, int ic, int64_t n) {
   for (int o = 0; o < oc; ++o) {
-    float *dst = out + o * out_plane;
     const float *wo = w + o * ldw;
     for (int64_t p = 0; p < n; ++p) {
-      float acc = dst[p];
+      float acc = 0.0f;
       for (int i = 0; i < ic; ++i) acc = std::fma(wo[i], in[i * in_plane + p], acc);
-      dst[p] = acc;
+      out[o * out_plane + p] = acc;
     }
   }
 }

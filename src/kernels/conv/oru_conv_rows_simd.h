@@ -184,32 +184,66 @@ void conv3x3_s2_row(float *out, int64_t n, const float *r0, const float *r1, con
   }
 }
 
-template <typename V, typename L>
-inline void pointwise_step(float *out, int64_t out_plane, const float *in, int64_t in_plane,
-                           const typename V::T (*wv)[4], int oc, int ic, L io) {
-  typename V::T x[4];
-  for (int i = 0; i < ic; ++i) x[i] = io(in + i * in_plane);
-  for (int o = 0; o < oc; ++o) {
-    float *dst = out + o * out_plane;
-    typename V::T acc = io(dst);
-    for (int i = 0; i < ic; ++i) acc = V::fma(wv[o][i], x[i], acc);
-    io.store(dst, acc);
+// An OT x NV tile of the pointwise convolution: OT output channels times NV vectors of
+// pixels, summed over every input channel in registers. V::kPointwiseOut and
+// V::kPointwiseVecs size the tile to the ISA's register file.
+template <typename V, int OT, int NV, typename L>
+inline void pointwise_tile(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
+                           int64_t ldw, int ic, L io) {
+  using T = typename V::T;
+  T acc[OT][NV];
+  for (int o = 0; o < OT; ++o)
+    for (int v = 0; v < NV; ++v) acc[o][v] = V::set1(0.0f);
+  for (int i = 0; i < ic; ++i) {
+    T x[NV];
+    for (int v = 0; v < NV; ++v) x[v] = io(in + i * in_plane + v * V::W);
+    for (int o = 0; o < OT; ++o) {
+      const T wv = V::set1(w[o * ldw + i]);
+      for (int v = 0; v < NV; ++v) acc[o][v] = V::fma(wv, x[v], acc[o][v]);
+    }
+  }
+  for (int o = 0; o < OT; ++o)
+    for (int v = 0; v < NV; ++v) io.store(out + o * out_plane + v * V::W, acc[o][v]);
+}
+
+// The tile for the last `rest` (< OT) output channels, with the tile height fixed at
+// compile time so that the accumulators stay in registers.
+template <typename V, int K, int NV, typename L>
+inline void pointwise_tile_rest(int rest, float *out, int64_t out_plane, const float *in, int64_t in_plane,
+                                const float *w, int64_t ldw, int ic, L io) {
+  if constexpr (K > 0) {
+    if (rest == K) return pointwise_tile<V, K, NV>(out, out_plane, in, in_plane, w, ldw, ic, io);
+    pointwise_tile_rest<V, K - 1, NV>(rest, out, out_plane, in, in_plane, w, ldw, ic, io);
   }
 }
 
+// Every output channel for one column of NV vectors at pixel p; the input column stays in
+// the first-level cache while the channel tiles walk over it.
+template <typename V, int NV, typename L>
+inline void pointwise_column(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
+                             int64_t ldw, int oc, int ic, int64_t p, L io) {
+  constexpr int OT = V::kPointwiseOut;
+  int o = 0;
+  for (; o + OT <= oc; o += OT)
+    pointwise_tile<V, OT, NV>(out + o * out_plane + p, out_plane, in + p, in_plane, w + o * ldw, ldw, ic, io);
+  if (o < oc)
+    pointwise_tile_rest<V, OT - 1, NV>(oc - o, out + o * out_plane + p, out_plane, in + p, in_plane, w + o * ldw,
+                                       ldw, ic, io);
+}
+
 template <typename V>
-void pointwise_block(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w, int64_t ldw,
-                     int oc, int ic, int64_t n) {
-  typename V::T wv[4][4];
-  for (int o = 0; o < oc; ++o)
-    for (int i = 0; i < ic; ++i) wv[o][i] = V::set1(w[o * ldw + i]);
+void pointwise_planes(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w, int64_t ldw,
+                      int oc, int ic, int64_t n) {
+  constexpr int NV = V::kPointwiseVecs;
   int64_t p = 0;
-  for (; p + V::W <= n; p += V::W) pointwise_step<V>(out + p, out_plane, in + p, in_plane, wv, oc, ic, Full<V>());
+  for (; p + NV * V::W <= n; p += NV * V::W)
+    pointwise_column<V, NV>(out, out_plane, in, in_plane, w, ldw, oc, ic, p, Full<V>());
+  for (; p + V::W <= n; p += V::W) pointwise_column<V, 1>(out, out_plane, in, in_plane, w, ldw, oc, ic, p, Full<V>());
   if (p == n) return;
   if constexpr (V::kMasks)
-    pointwise_step<V>(out + p, out_plane, in + p, in_plane, wv, oc, ic, Part<V>(n - p));
+    pointwise_column<V, 1>(out, out_plane, in, in_plane, w, ldw, oc, ic, p, Part<V>(n - p));
   else
-    pointwise_block_scalar(out + p, out_plane, in + p, in_plane, w, ldw, oc, ic, n - p);
+    pointwise_planes_scalar(out + p, out_plane, in + p, in_plane, w, ldw, oc, ic, n - p);
 }
 
 template <typename V, int Act>
@@ -268,9 +302,9 @@ void bias_act_line(float *y, const float *x, float b, int64_t n, int act) {
                                const float *k9, bool accumulate) {                                             \
     simd::conv3x3_s2_row<V>(out, n, r0, r1, r2, k9, accumulate);                                               \
   }                                                                                                            \
-  void pointwise_block_##suffix(float *out, int64_t out_plane, const float *in, int64_t in_plane,             \
-                                const float *w, int64_t ldw, int oc, int ic, int64_t n) {                      \
-    simd::pointwise_block<V>(out, out_plane, in, in_plane, w, ldw, oc, ic, n);                                 \
+  void pointwise_planes_##suffix(float *out, int64_t out_plane, const float *in, int64_t in_plane,            \
+                                 const float *w, int64_t ldw, int oc, int ic, int64_t n) {                     \
+    simd::pointwise_planes<V>(out, out_plane, in, in_plane, w, ldw, oc, ic, n);                                \
   }                                                                                                            \
   void bias_act_line_##suffix(float *y, const float *x, float b, int64_t n, int act) {                        \
     simd::bias_act_line<V>(y, x, b, n, act);                                                                   \
