@@ -177,10 +177,12 @@ static uint32_t bind_backbone_and_heads(oru_cg_handle *g) {
 }
 
 /* The kernel family that is fastest for a layer's shape, from the per-layer table of
- * bench_face_layers: the direct kernels for depthwise and pointwise layers (the pointwise
- * kernel keeps a tile of outputs in registers over all input channels), im2col + GEMM for
- * the full 3x3 convolutions. */
-static uint32_t fastest_method(const ultraface_layer *l) { return l->groups == 1 && l->kernel > 1 ? 2u : 0u; }
+ * bench_face_layers: im2col + GEMM for the full 3x3 stride 1 convolutions of the last
+ * heads (deep inputs on small planes), the direct kernels for everything else (pointwise
+ * and stride-2 kernels keep a tile of outputs in registers over all input channels). */
+static uint32_t fastest_method(const ultraface_layer *l) {
+  return l->groups == 1 && l->kernel > 1 && l->stride == 1 ? 2u : 0u;
+}
 
 /* The same nodes as the builders bind, one layer at a time from the table, so that each
  * convolution can take its own kernel family. The builders take one method per block,

@@ -1,5 +1,6 @@
 // 3x3 stride 2 convolution with padding 1, scanned directly over the input: output
 // (oy, ox) is centred on input (2 oy, 2 ox); edge windows use only the taps that exist.
+#include <algorithm>
 #include <cstring>
 
 #include "core/oru_dispatch.h"
@@ -83,15 +84,17 @@ uint32_t std_conv3x3_s2(const oru_tensor *output, const oru_tensor *input, const
         }
         const float *row = in_plane + int64_t(y) * in_w;
         // Padded column q holds input column q - 1: even[j] = column 2j - 1, odd[j] = column 2j.
-        for (int64_t j = 0; j < len; ++j) {
-          const int64_t xe = 2 * j - 1, xo = 2 * j;
-          even[j] = xe >= 0 && xe < in_w ? row[xe] : 0.0f;
-          odd[j] = xo < in_w ? row[xo] : 0.0f;
-        }
+        // Bounds apply only at the two ends, so the middle is a plain strided copy.
+        const int64_t even_end = std::min<int64_t>(len, (int64_t(in_w) + 2) / 2);  // 2j - 1 < in_w
+        const int64_t odd_end = std::min<int64_t>(len, (int64_t(in_w) + 1) / 2);   // 2j < in_w
+        even[0] = 0.0f;
+        for (int64_t j = 1; j < even_end; ++j) even[j] = row[2 * j - 1];
+        for (int64_t j = std::max<int64_t>(even_end, 1); j < len; ++j) even[j] = 0.0f;
+        for (int64_t j = 0; j < odd_end; ++j) odd[j] = row[2 * j];
+        for (int64_t j = odd_end; j < len; ++j) odd[j] = 0.0f;
       }
     }
-    for (int32_t o = 0; o < p.out_channels; ++o)
-      multi(plane(output, o) + int64_t(oy) * out_w, out_w, rows.get(), ic, w + int64_t(o) * ic * 9);
+    multi(plane(output, 0) + int64_t(oy) * out_w, int64_t(out_w) * out_h, p.out_channels, out_w, rows.get(), ic, w);
   }
   return ORU_RET_OK;
 }

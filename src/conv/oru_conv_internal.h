@@ -76,14 +76,20 @@ void conv3x3_s2_row_avx512(float *out, int64_t n, const float *r0, const float *
 void conv3x3_s2_row_neon(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
                          const float *k9, bool accumulate);
 
-// One output row of a 3x3 stride 2 standard convolution over all input channels, from
-// deinterleaved padded rows: six pointers per channel, the even and odd columns of input
-// rows 2oy-1, 2oy, 2oy+1 (padded column q = input column q - 1). Taps of output x are
-// even[x], odd[x], even[x+1] of each row; channel sums ascending, as in the general loop.
-void conv3x3_s2_multi_plain(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
-void conv3x3_s2_multi_avx2(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
-void conv3x3_s2_multi_avx512(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
-void conv3x3_s2_multi_neon(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k);
+// One output row of oc output channels (rows ldo apart) of a 3x3 stride 2 standard
+// convolution over all input channels, from deinterleaved padded rows: six pointers per
+// channel, the even and odd columns of input rows 2oy-1, 2oy, 2oy+1 (padded column q =
+// input column q - 1). Taps of output x are even[x], odd[x], even[x+1] of each row; the
+// weights of output channel o start at k + o * ic * 9. Channel sums ascending, each
+// nine-tap sum formed before it is added, as in the general loop.
+void conv3x3_s2_multi_plain(float *out, int64_t ldo, int oc, int64_t n, const float *const *rows, int64_t ic,
+                            const float *k);
+void conv3x3_s2_multi_avx2(float *out, int64_t ldo, int oc, int64_t n, const float *const *rows, int64_t ic,
+                           const float *k);
+void conv3x3_s2_multi_avx512(float *out, int64_t ldo, int oc, int64_t n, const float *const *rows, int64_t ic,
+                             const float *k);
+void conv3x3_s2_multi_neon(float *out, int64_t ldo, int oc, int64_t n, const float *const *rows, int64_t ic,
+                           const float *k);
 
 // oc output planes of a 1x1 convolution over all ic input planes, written, not added to:
 // out[o][p] = sum over i ascending of w[o * ldw + i] * in[i][p], one fused multiply-add at

@@ -64,8 +64,9 @@ TEST(ConvForms, MultiChannelRowsMatchPlain) {
 TEST(ConvForms, StrideTwoMultiChannelRowMatchesPlain) {
   auto forms = ORU_KERNEL_FORMS(oru::conv3x3_s2_multi);
   oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {
-    for (int64_t n : {1, 2, 4, 7, 8, 9, 15, 16, 17, 33}) {
-      for (int64_t ic : {1, 3, 4}) {
+    for (int64_t n : {1, 2, 4, 7, 8, 9, 15, 16, 17, 33, 64, 79}) {
+      for (int64_t ic : {1, 3, 4})
+      for (int oc : {1, 2, 3, 5}) {
         // Even rows need n + 1 readable floats, odd rows n.
         std::vector<std::vector<float>> data;
         std::vector<const float *> rows;
@@ -73,11 +74,12 @@ TEST(ConvForms, StrideTwoMultiChannelRowMatchesPlain) {
           data.push_back(rand_vec(size_t(j % 2 == 0 ? n + 1 : n), uint32_t(j * 17 + n)));
           rows.push_back(data.back().data());
         }
-        auto k = rand_vec(size_t(ic * 9), uint32_t(ic + 40));
-        auto ref = rand_vec(size_t(n), 4), got = ref;
-        oru::conv3x3_s2_multi_plain(ref.data(), n, rows.data(), ic, k.data());
-        fn(got.data(), n, rows.data(), ic, k.data());
-        EXPECT_TRUE(same_bits(ref, got)) << oru::isa_name(isa) << " n " << n << " ic " << ic;
+        auto k = rand_vec(size_t(oc * ic * 9), uint32_t(ic + 40));
+        // Output rows one float apart more than n: the guard between them must stay.
+        auto ref = rand_vec(size_t(oc * (n + 1)), 4), got = ref;
+        oru::conv3x3_s2_multi_plain(ref.data(), n + 1, oc, n, rows.data(), ic, k.data());
+        fn(got.data(), n + 1, oc, n, rows.data(), ic, k.data());
+        EXPECT_TRUE(same_bits(ref, got)) << oru::isa_name(isa) << " n " << n << " ic " << ic << " oc " << oc;
       }
     }
   });

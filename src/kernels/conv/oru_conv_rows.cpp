@@ -19,8 +19,9 @@ void conv3x3_s2_row_plain(float *out, int64_t n, const float *r0, const float *r
   conv3x3_s2_row_scalar(out, n, r0, r1, r2, k9, accumulate);
 }
 
-void conv3x3_s2_multi_plain(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k) {
-  conv3x3_s2_multi_scalar(out, n, rows, ic, k);
+void conv3x3_s2_multi_plain(float *out, int64_t ldo, int oc, int64_t n, const float *const *rows, int64_t ic,
+                            const float *k) {
+  for (int o = 0; o < oc; ++o) conv3x3_s2_multi_scalar(out + o * ldo, n, rows, ic, k + o * ic * 9);
 }
 
 void pointwise_planes_plain(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,

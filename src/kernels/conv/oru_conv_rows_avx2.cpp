@@ -12,6 +12,8 @@ struct Avx2 {
   static void store(float *p, T v) { _mm256_storeu_ps(p, v); }
   // Pointwise tile: 4 output channels x 3 vectors of pixels, 12 accumulators of the 16 registers.
   static constexpr int kPointwiseOut = 4, kPointwiseVecs = 3;
+  // Stride-2 multi-channel tile: 2 output channels x 2 vectors, 4 sums and 4 accumulators.
+  static constexpr int kStride2Out = 2, kStride2Vecs = 2;
   static T set1(float v) { return _mm256_set1_ps(v); }
   static T add(T a, T b) { return _mm256_add_ps(a, b); }
   static T mul(T a, T b) { return _mm256_mul_ps(a, b); }

@@ -121,49 +121,79 @@ void conv3x3_s1_multi(float *out, int64_t ldo, int nrows, int64_t n, const float
   }
 }
 
-// One vector of outputs of the stride-2 multi-channel row: the six rows of each input
-// channel hold the even and odd columns of its three input rows.
-template <typename V, typename L>
-inline void s2_multi_step(float *out, int64_t x, const float *const *rows, int64_t ic, const float *k, L io) {
+// An OT x NV tile of the stride-2 multi-channel row: OT output channels times NV vectors of
+// outputs. Each tap's input vectors are loaded once for all OT channels; per channel the
+// nine-tap sum is formed first and then added, channels ascending.
+template <typename V, int OT, int NV, typename L>
+inline void s2_tile(float *out, int64_t ldo, int64_t x, const float *const *rows, int64_t ic, const float *k,
+                    L io) {
   using T = typename V::T;
-  T acc = V::set1(0.0f);
+  // Tap j of a window reads row kRow[j] of the six at offset kShift[j], in weight order.
+  static constexpr int kRow[9] = {0, 1, 0, 2, 3, 2, 4, 5, 4};
+  static constexpr int kShift[9] = {0, 0, 1, 0, 0, 1, 0, 0, 1};
+  T acc[OT][NV];
+  for (int o = 0; o < OT; ++o)
+    for (int v = 0; v < NV; ++v) acc[o][v] = V::set1(0.0f);
   for (int64_t i = 0; i < ic; ++i) {
     const float *const *r = rows + i * 6;
-    const float *k9 = k + i * 9;
-    T s = V::mul(io(r[0] + x), V::set1(k9[0]));
-    s = V::fma(io(r[1] + x), V::set1(k9[1]), s);
-    s = V::fma(io(r[0] + x + 1), V::set1(k9[2]), s);
-    s = V::fma(io(r[2] + x), V::set1(k9[3]), s);
-    s = V::fma(io(r[3] + x), V::set1(k9[4]), s);
-    s = V::fma(io(r[2] + x + 1), V::set1(k9[5]), s);
-    s = V::fma(io(r[4] + x), V::set1(k9[6]), s);
-    s = V::fma(io(r[5] + x), V::set1(k9[7]), s);
-    s = V::fma(io(r[4] + x + 1), V::set1(k9[8]), s);
-    acc = V::add(acc, s);
+    T s[OT][NV];
+    for (int j = 0; j < 9; ++j) {
+      T in[NV];
+      for (int v = 0; v < NV; ++v) in[v] = io(r[kRow[j]] + x + kShift[j] + v * V::W);
+      for (int o = 0; o < OT; ++o) {
+        const T wv = V::set1(k[(o * ic + i) * 9 + j]);
+        for (int v = 0; v < NV; ++v) s[o][v] = j == 0 ? V::mul(in[v], wv) : V::fma(in[v], wv, s[o][v]);
+      }
+    }
+    for (int o = 0; o < OT; ++o)
+      for (int v = 0; v < NV; ++v) acc[o][v] = V::add(acc[o][v], s[o][v]);
   }
-  io.store(out + x, acc);
+  for (int o = 0; o < OT; ++o)
+    for (int v = 0; v < NV; ++v) io.store(out + o * ldo + x + v * V::W, acc[o][v]);
+}
+
+template <typename V, int K, int NV, typename L>
+inline void s2_tile_rest(int rest, float *out, int64_t ldo, int64_t x, const float *const *rows, int64_t ic,
+                         const float *k, L io) {
+  if constexpr (K > 0) {
+    if (rest == K) return s2_tile<V, K, NV>(out, ldo, x, rows, ic, k, io);
+    s2_tile_rest<V, K - 1, NV>(rest, out, ldo, x, rows, ic, k, io);
+  }
+}
+
+template <typename V, int NV, typename L>
+inline void s2_column(float *out, int64_t ldo, int oc, int64_t x, const float *const *rows, int64_t ic,
+                      const float *k, L io) {
+  constexpr int OT = V::kStride2Out;
+  int o = 0;
+  for (; o + OT <= oc; o += OT) s2_tile<V, OT, NV>(out + o * ldo, ldo, x, rows, ic, k + o * ic * 9, io);
+  if (o < oc) s2_tile_rest<V, OT - 1, NV>(oc - o, out + o * ldo, ldo, x, rows, ic, k + o * ic * 9, io);
 }
 
 template <typename V>
-void conv3x3_s2_multi(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k) {
+void conv3x3_s2_multi(float *out, int64_t ldo, int oc, int64_t n, const float *const *rows, int64_t ic,
+                      const float *k) {
+  constexpr int NV = V::kStride2Vecs;
   int64_t x = 0;
-  for (; x + V::W <= n; x += V::W) s2_multi_step<V>(out, x, rows, ic, k, Full<V>());
+  for (; x + NV * V::W <= n; x += NV * V::W) s2_column<V, NV>(out, ldo, oc, x, rows, ic, k, Full<V>());
+  for (; x + V::W <= n; x += V::W) s2_column<V, 1>(out, ldo, oc, x, rows, ic, k, Full<V>());
   if (x == n) return;
   if constexpr (V::kMasks) {
-    s2_multi_step<V>(out, x, rows, ic, k, Part<V>(n - x));
+    s2_column<V, 1>(out, ldo, oc, x, rows, ic, k, Part<V>(n - x));
   } else {
     // The tail through the scalar body, one column at a time on shifted pointers.
-    for (; x < n; ++x) {
-      float a = 0.0f;
-      for (int64_t i = 0; i < ic; ++i) {
-        const float *sh[6];
-        for (int j = 0; j < 6; ++j) sh[j] = rows[i * 6 + j] + x;
-        float t;
-        conv3x3_s2_multi_scalar(&t, 1, sh, 1, k + i * 9);
-        a += t;
+    for (int o = 0; o < oc; ++o)
+      for (int64_t c = x; c < n; ++c) {
+        float a = 0.0f;
+        for (int64_t i = 0; i < ic; ++i) {
+          const float *sh[6];
+          for (int j = 0; j < 6; ++j) sh[j] = rows[i * 6 + j] + c;
+          float t;
+          conv3x3_s2_multi_scalar(&t, 1, sh, 1, k + (o * ic + i) * 9);
+          a += t;
+        }
+        out[o * ldo + c] = a;
       }
-      out[x] = a;
-    }
   }
 }
 
@@ -294,9 +324,9 @@ void bias_act_line(float *y, const float *x, float b, int64_t n, int act) {
                                  int64_t ic, const float *k) {                                                 \
     simd::conv3x3_s1_multi<V>(out, ldo, nrows, n, rows, ic, k);                                                \
   }                                                                                                            \
-  void conv3x3_s2_multi_##suffix(float *out, int64_t n, const float *const *rows, int64_t ic,                   \
-                                 const float *k) {                                                             \
-    simd::conv3x3_s2_multi<V>(out, n, rows, ic, k);                                                            \
+  void conv3x3_s2_multi_##suffix(float *out, int64_t ldo, int oc, int64_t n, const float *const *rows,        \
+                                 int64_t ic, const float *k) {                                                 \
+    simd::conv3x3_s2_multi<V>(out, ldo, oc, n, rows, ic, k);                                                   \
   }                                                                                                            \
   void conv3x3_s2_row_##suffix(float *out, int64_t n, const float *r0, const float *r1, const float *r2,      \
                                const float *k9, bool accumulate) {                                             \
