@@ -60,6 +60,18 @@ void conv3x3_s1_plane_ring(float *const *outs, int n_out, const float *in, const
   ring.load(0);
   int32_t oy = 0;
   const float *rows[6];
+  if (n_out == 1 && !accumulate) {
+    // One written channel (depthwise): four rows a step share their input loads.
+    using RowsFn = decltype(&dw3x3_s1_rows_plain);
+    static const RowsFn rows4 = pick(ORU_KERNEL_FORMS(dw3x3_s1_rows));
+    for (; oy < h; oy += 4) {
+      const int nrows = h - oy < 4 ? h - oy : 4;
+      for (int32_t r = oy + 1; r <= oy + nrows; ++r) ring.load(r);
+      ring.table(oy, rows);
+      rows4(outs[0] + int64_t(oy) * w, w, nrows, w, rows, k9s[0]);
+    }
+    return;
+  }
   for (; oy + 4 <= h; oy += 4) {
     for (int32_t r = oy + 1; r <= oy + 4; ++r) ring.load(r);
     ring.table(oy, rows);

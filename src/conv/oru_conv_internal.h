@@ -54,6 +54,15 @@ void conv3x3_s1_row_avx512(float *out, int64_t n, const float *r0, const float *
 void conv3x3_s1_row_neon(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
                          const float *k9, bool accumulate);
 
+// Up to 4 output rows (ldo apart) of one channel of a depthwise 3x3 stride 1 convolution:
+// rows holds the nrows + 2 input rows oy-1 .. oy+nrows; output row r is the nine-tap sum
+// of rows r, r+1, r+2 as conv3x3_s1_row forms it, written, not added to. The vector forms
+// load each input vector once for the (up to) three output rows that read it.
+void dw3x3_s1_rows_plain(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9);
+void dw3x3_s1_rows_avx2(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9);
+void dw3x3_s1_rows_avx512(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9);
+void dw3x3_s1_rows_neon(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9);
+
 // Up to 4 output rows of one output channel over all its input channels: rows holds six
 // row pointers per input channel (input rows oy-1 .. oy+4), k the channel's ic kernels of 9.
 // out[r][x] = sum over i ascending of the nine-tap sum of channel i, each tap sum formed first.

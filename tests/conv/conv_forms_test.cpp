@@ -61,6 +61,27 @@ TEST(ConvForms, MultiChannelRowsMatchPlain) {
   });
 }
 
+TEST(ConvForms, DepthwiseRowsMatchPlain) {
+  auto forms = ORU_KERNEL_FORMS(oru::dw3x3_s1_rows);
+  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {
+    for (int64_t n : {1, 3, 8, 15, 16, 17, 33, 40})
+      for (int nrows = 1; nrows <= 4; ++nrows) {
+        // Input rows need n + 2 readable floats; output rows are n + 1 apart (a guard float).
+        std::vector<std::vector<float>> data;
+        std::vector<const float *> rows;
+        for (int j = 0; j < nrows + 2; ++j) {
+          data.push_back(rand_vec(size_t(n + 2), uint32_t(j * 31 + n)));
+          rows.push_back(data.back().data());
+        }
+        auto k = rand_vec(9, uint32_t(n));
+        auto ref = rand_vec(size_t(4 * (n + 1)), 5), got = ref;
+        oru::dw3x3_s1_rows_plain(ref.data(), n + 1, nrows, n, rows.data(), k.data());
+        fn(got.data(), n + 1, nrows, n, rows.data(), k.data());
+        EXPECT_TRUE(same_bits(ref, got)) << oru::isa_name(isa) << " n " << n << " rows " << nrows;
+      }
+  });
+}
+
 TEST(ConvForms, StrideTwoMultiChannelRowMatchesPlain) {
   auto forms = ORU_KERNEL_FORMS(oru::conv3x3_s2_multi);
   oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {

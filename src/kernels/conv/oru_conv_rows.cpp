@@ -9,6 +9,10 @@ void conv3x3_s1_row_plain(float *out, int64_t n, const float *r0, const float *r
   conv3x3_s1_row_scalar(out, n, r0, r1, r2, k9, accumulate);
 }
 
+void dw3x3_s1_rows_plain(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9) {
+  for (int r = 0; r < nrows; ++r) conv3x3_s1_row_scalar(out + r * ldo, n, rows[r], rows[r + 1], rows[r + 2], k9, false);
+}
+
 void conv3x3_s1_multi_plain(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
                             const float *k) {
   conv3x3_s1_multi_scalar(out, ldo, nrows, n, rows, ic, k);

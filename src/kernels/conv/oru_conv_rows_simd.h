@@ -81,6 +81,54 @@ void conv3x3_s1_row(float *out, int64_t n, const float *r0, const float *r1, con
   }
 }
 
+// NR output rows of a depthwise channel, one vector of columns at x: input row j feeds
+// output rows j-2 .. j with its kernel row j - r, so each output still takes its taps in
+// weight order, and every input vector is loaded once.
+template <typename V, int NR, typename L>
+inline void dw_rows_step(float *out, int64_t ldo, int64_t x, const float *const *rows, const typename V::T *k,
+                         L io) {
+  using T = typename V::T;
+  T s[NR];
+#pragma GCC unroll 6
+  for (int j = 0; j < NR + 2; ++j) {
+    const T a = io(rows[j] + x), b = io(rows[j] + x + 1), c = io(rows[j] + x + 2);
+#pragma GCC unroll 3
+    for (int r = j - 2 < 0 ? 0 : j - 2; r <= j && r < NR; ++r) {
+      const int ky = j - r;
+      s[r] = ky == 0 ? V::mul(a, k[0]) : V::fma(a, k[3 * ky], s[r]);
+      s[r] = V::fma(b, k[3 * ky + 1], s[r]);
+      s[r] = V::fma(c, k[3 * ky + 2], s[r]);
+    }
+  }
+  for (int r = 0; r < NR; ++r) io.store(out + r * ldo + x, s[r]);
+}
+
+template <typename V, int NR>
+void dw_rows(float *out, int64_t ldo, int64_t n, const float *const *rows, const float *k9) {
+  typename V::T k[9];
+  for (int j = 0; j < 9; ++j) k[j] = V::set1(k9[j]);
+  int64_t x = 0;
+  for (; x + V::W <= n; x += V::W) dw_rows_step<V, NR>(out, ldo, x, rows, k, Full<V>());
+  if (x == n) return;
+  if constexpr (V::kMasks) {
+    dw_rows_step<V, NR>(out, ldo, x, rows, k, Part<V>(n - x));
+  } else {
+    for (int r = 0; r < NR; ++r)
+      conv3x3_s1_row_scalar(out + r * ldo + x, n - x, rows[r] + x, rows[r + 1] + x, rows[r + 2] + x, k9, false);
+  }
+}
+
+template <typename V>
+void dw3x3_s1_rows(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9) {
+  switch (nrows) {
+    case 4: return dw_rows<V, 4>(out, ldo, n, rows, k9);
+    case 3: return dw_rows<V, 3>(out, ldo, n, rows, k9);
+    case 2: return dw_rows<V, 2>(out, ldo, n, rows, k9);
+    case 1: return dw_rows<V, 1>(out, ldo, n, rows, k9);
+    default: return;
+  }
+}
+
 // Up to four output rows of one output channel over every input channel, `io` columns at x.
 template <typename V, typename L>
 inline void s1_multi_step(float *out, int64_t ldo, int nrows, int64_t x, const float *const *rows, int64_t ic,
@@ -319,6 +367,10 @@ void bias_act_line(float *y, const float *x, float b, int64_t n, int act) {
   void conv3x3_s1_row_##suffix(float *out, int64_t n, const float *r0, const float *r1, const float *r2,      \
                                const float *k9, bool accumulate) {                                             \
     simd::conv3x3_s1_row<V>(out, n, r0, r1, r2, k9, accumulate);                                               \
+  }                                                                                                            \
+  void dw3x3_s1_rows_##suffix(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows,         \
+                              const float *k9) {                                                               \
+    simd::dw3x3_s1_rows<V>(out, ldo, nrows, n, rows, k9);                                                      \
   }                                                                                                            \
   void conv3x3_s1_multi_##suffix(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows,      \
                                  int64_t ic, const float *k) {                                                 \
