@@ -49,41 +49,23 @@ class RowRing {
   int32_t w_, h_;
 };
 
-// out (+)= 3x3 convolution of one plane with padding 1, through a ring the caller owns.
+// One depthwise channel: 3x3 convolution of a plane with padding 1 through a ring the
+// caller owns, four output rows a step sharing their input loads, finished through e.
 // The ring slots must be zero beyond the row (they are cleared once and rows only ever
 // overwrite the same span).
-void conv3x3_s1_plane_ring(float *const *outs, int n_out, const float *in, const float *const *k9s, int32_t w,
-                           int32_t h, float *slots, int64_t slot_len, bool accumulate) {
-  RowFn row = row_kernel();
+void depthwise_plane3x3_s1(float *out, const float *in, const float *k9, int32_t w, int32_t h, float *slots,
+                           int64_t slot_len, Epilogue e) {
+  using RowsFn = decltype(&dw3x3_s1_rows_plain);
+  static const RowsFn rows4 = pick(ORU_KERNEL_FORMS(dw3x3_s1_rows));
   RowRing ring(slots, slot_len, in, w, h);
   ring.load(-1);
   ring.load(0);
-  int32_t oy = 0;
   const float *rows[6];
-  if (n_out == 1 && !accumulate) {
-    // One written channel (depthwise): four rows a step share their input loads.
-    using RowsFn = decltype(&dw3x3_s1_rows_plain);
-    static const RowsFn rows4 = pick(ORU_KERNEL_FORMS(dw3x3_s1_rows));
-    for (; oy < h; oy += 4) {
-      const int nrows = h - oy < 4 ? h - oy : 4;
-      for (int32_t r = oy + 1; r <= oy + nrows; ++r) ring.load(r);
-      ring.table(oy, rows);
-      rows4(outs[0] + int64_t(oy) * w, w, nrows, w, rows, k9s[0]);
-    }
-    return;
-  }
-  for (; oy + 4 <= h; oy += 4) {
-    for (int32_t r = oy + 1; r <= oy + 4; ++r) ring.load(r);
+  for (int32_t oy = 0; oy < h; oy += 4) {
+    const int nrows = h - oy < 4 ? h - oy : 4;
+    for (int32_t r = oy + 1; r <= oy + nrows; ++r) ring.load(r);
     ring.table(oy, rows);
-    for (int o = 0; o < n_out; ++o)
-      for (int r = 0; r < 4; ++r)
-        row(outs[o] + int64_t(oy + r) * w, w, rows[r], rows[r + 1], rows[r + 2], k9s[o], accumulate);
-  }
-  for (; oy < h; ++oy) {
-    ring.load(oy + 1);
-    ring.table(oy, rows);
-    for (int o = 0; o < n_out; ++o)
-      row(outs[o] + int64_t(oy) * w, w, rows[0], rows[1], rows[2], k9s[o], accumulate);
+    rows4(out + int64_t(oy) * w, w, nrows, w, rows, k9, e);
   }
 }
 

@@ -1,5 +1,6 @@
-// 3x3 stride 2 convolution with padding 1, scanned directly over the input: output
-// (oy, ox) is centred on input (2 oy, 2 ox); edge windows use only the taps that exist.
+// 3x3 stride 2 convolution with padding 1: output (oy, ox) is centred on input (2 oy, 2 ox).
+// Input rows are split into even and odd columns with zeros around the input, so every
+// tap is a contiguous load and edge windows need no special case.
 #include <algorithm>
 #include <cstring>
 
@@ -11,56 +12,28 @@ namespace oru {
 
 namespace {
 
-// Tap sum of a window that may hang over the edge, in the same tap order as the row kernel.
-float edge_sum(const float *in, const float *k9, int32_t in_w, int32_t in_h, int32_t oy, int32_t ox) {
-  float s = 0.0f;
-  bool first = true;
-  for (int ky = 0; ky < 3; ++ky) {
-    int32_t y = 2 * oy - 1 + ky;
-    if (y < 0 || y >= in_h) continue;
-    for (int kx = 0; kx < 3; ++kx) {
-      int32_t x = 2 * ox - 1 + kx;
-      if (x < 0 || x >= in_w) continue;
-      float p = in[int64_t(y) * in_w + x] * k9[ky * 3 + kx];
-      s = first ? p : s + p;
-      first = false;
-    }
-  }
-  return s;
+using SplitFn = decltype(&deinterleave_plain);
+
+// A padded input row split into its even and odd columns: padded column q holds input
+// column q - 1, so even[j] = column 2j - 1 and odd[j] = column 2j, zeros outside the row.
+void split_padded_row(float *even, float *odd, const float *row, int32_t in_w, int64_t len) {
+  static const SplitFn split = pick(ORU_KERNEL_FORMS(deinterleave));
+  const int64_t pairs = std::min<int64_t>(in_w / 2, len - 1);
+  even[0] = 0.0f;
+  split(odd, even + 1, row, pairs);
+  int64_t odd_end = pairs, even_end = pairs + 1;
+  if ((in_w & 1) && odd_end < len) odd[odd_end++] = row[in_w - 1];
+  for (int64_t j = odd_end; j < len; ++j) odd[j] = 0.0f;
+  for (int64_t j = even_end; j < len; ++j) even[j] = 0.0f;
 }
 
 }  // namespace
-
-void conv3x3_s2_plane(float *out, const float *in, const float *k9, int32_t in_w, int32_t in_h, int32_t out_w,
-                      int32_t out_h, bool accumulate) {
-  using RowFn = decltype(&conv3x3_s2_row_plain);
-  static const RowFn row = pick(ORU_KERNEL_FORMS(conv3x3_s2_row));
-  // Columns 1 .. last_full have their whole window inside the input.
-  int32_t last_full = (in_w - 2) / 2;
-  if (last_full > out_w - 1) last_full = out_w - 1;
-  for (int32_t oy = 0; oy < out_h; ++oy) {
-    float *o = out + int64_t(oy) * out_w;
-    bool inner_row = oy >= 1 && 2 * oy + 1 < in_h;
-    int32_t x = 0;
-    if (inner_row && last_full >= 1) {
-      float s = edge_sum(in, k9, in_w, in_h, oy, 0);
-      o[0] = accumulate ? o[0] + s : s;
-      const float *r0 = in + int64_t(2 * oy - 1) * in_w + 1;
-      row(o + 1, last_full, r0, r0 + in_w, r0 + 2 * int64_t(in_w), k9, accumulate);
-      x = last_full + 1;
-    }
-    for (; x < out_w; ++x) {
-      float s = edge_sum(in, k9, in_w, in_h, oy, x);
-      o[x] = accumulate ? o[x] + s : s;
-    }
-  }
-}
 
 // Standard 3x3 stride 2 convolution, padding 1: for each output row the three input rows of
 // every channel are split once into even and odd padded columns, so that every tap is a
 // contiguous load, and all input channels are summed in registers.
 uint32_t std_conv3x3_s2(const oru_tensor *output, const oru_tensor *input, const float *w,
-                        const oru_conv2d_params &p) {
+                        const oru_conv2d_params &p, Epilogue e) {
   using MultiFn = decltype(&conv3x3_s2_multi_plain);
   static const MultiFn multi = pick(ORU_KERNEL_FORMS(conv3x3_s2_multi));
   const int32_t in_w = input->dims[0], in_h = input->dims[1], ic = p.in_channels;
@@ -83,18 +56,43 @@ uint32_t std_conv3x3_s2(const oru_tensor *output, const oru_tensor *input, const
           continue;
         }
         const float *row = in_plane + int64_t(y) * in_w;
-        // Padded column q holds input column q - 1: even[j] = column 2j - 1, odd[j] = column 2j.
-        // Bounds apply only at the two ends, so the middle is a plain strided copy.
-        const int64_t even_end = std::min<int64_t>(len, (int64_t(in_w) + 2) / 2);  // 2j - 1 < in_w
-        const int64_t odd_end = std::min<int64_t>(len, (int64_t(in_w) + 1) / 2);   // 2j < in_w
-        even[0] = 0.0f;
-        for (int64_t j = 1; j < even_end; ++j) even[j] = row[2 * j - 1];
-        for (int64_t j = std::max<int64_t>(even_end, 1); j < len; ++j) even[j] = 0.0f;
-        for (int64_t j = 0; j < odd_end; ++j) odd[j] = row[2 * j];
-        for (int64_t j = odd_end; j < len; ++j) odd[j] = 0.0f;
+        split_padded_row(even, odd, row, in_w, len);
       }
     }
-    multi(plane(output, 0) + int64_t(oy) * out_w, int64_t(out_w) * out_h, p.out_channels, out_w, rows.get(), ic, w);
+    multi(plane(output, 0) + int64_t(oy) * out_w, int64_t(out_w) * out_h, p.out_channels, out_w, rows.get(), ic, w, e);
+  }
+  return ORU_RET_OK;
+}
+
+// Depthwise 3x3 stride 2, padding 1: per channel, blocks of four output rows read the
+// nine input rows 2oy-1 .. 2oy+7 split into even and odd columns, zeros outside the input.
+uint32_t depthwise_conv3x3_s2(const oru_tensor *output, const oru_tensor *input, const float *w,
+                              const oru_conv2d_params &p, Epilogue e) {
+  using RowsFn = decltype(&dw3x3_s2_rows_plain);
+  static const RowsFn rows4 = pick(ORU_KERNEL_FORMS(dw3x3_s2_rows));
+  const int32_t in_w = input->dims[0], in_h = input->dims[1];
+  const int32_t out_w = output->dims[0], out_h = output->dims[1];
+  const int64_t len = int64_t(out_w) + 2;  // even[x + 1] is read for x < out_w
+  Scratch<float> split(18 * len, false);
+  if (!split) return ORU_RET_ERR_MEMORY;
+  const float *rows[18];
+  for (int j = 0; j < 18; ++j) rows[j] = split.get() + j * len;
+  for (int32_t c = 0; c < p.out_channels; ++c) {
+    const float *in_plane = plane(input, c);
+    float *out_plane = plane(output, c);
+    for (int32_t oy = 0; oy < out_h; oy += 4) {
+      const int nrows = out_h - oy < 4 ? out_h - oy : 4;
+      for (int j = 0; j < 2 * nrows + 1; ++j) {
+        float *even = split.get() + 2 * j * len, *odd = even + len;
+        const int32_t y = 2 * oy - 1 + j;
+        if (y < 0 || y >= in_h)
+          std::memset(even, 0, size_t(2 * len) * sizeof(float));
+        else
+          split_padded_row(even, odd, in_plane + int64_t(y) * in_w, in_w, len);
+      }
+      rows4(out_plane + int64_t(oy) * out_w, out_w, nrows, out_w, rows, w + int64_t(c) * 9,
+            {e.bias ? e.bias + c : nullptr, e.act});
+    }
   }
   return ORU_RET_OK;
 }

@@ -41,6 +41,14 @@ enum Act : int { act_none = 0, act_relu = 1, act_hswish = 2, act_relu6 = 3, act_
 
 constexpr float kSixth = 0.16666667f;
 
+// What a kernel applies to each sum as it stores it: nothing when bias is null, else the
+// bias of the output channel and then the activation, exactly as the separate bias pass
+// would, so that pass over the output is saved.
+struct Epilogue {
+  const float *bias;
+  int act;
+};
+
 // ---- Hot row kernels; every form has the signature of its plain twin. ----
 
 // One output row of a 3x3 stride 1 window: out[x] (+)= sum of the nine taps, r0..r2 at
@@ -54,14 +62,31 @@ void conv3x3_s1_row_avx512(float *out, int64_t n, const float *r0, const float *
 void conv3x3_s1_row_neon(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
                          const float *k9, bool accumulate);
 
+// even[j] = src[2j], odd[j] = src[2j + 1] for j < n: a row split into its even and odd
+// columns, so that stride-2 taps become contiguous loads.
+void deinterleave_plain(float *even, float *odd, const float *src, int64_t n);
+void deinterleave_avx2(float *even, float *odd, const float *src, int64_t n);
+void deinterleave_avx512(float *even, float *odd, const float *src, int64_t n);
+void deinterleave_neon(float *even, float *odd, const float *src, int64_t n);
+
+// Up to 4 output rows (ldo apart) of one channel of a depthwise 3x3 stride 2 convolution
+// from split padded rows: rows holds an even and an odd pointer for each of the
+// 2 * nrows + 1 input rows 2oy-1 .. 2oy+2nrows-1 (padded column q = input column q - 1).
+// Output (r, x) takes the taps even[x], odd[x], even[x+1] of input rows 2r .. 2r+2 in
+// weight order, first a product and then fused multiply-adds; written through e.
+void dw3x3_s2_rows_plain(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9, Epilogue e);
+void dw3x3_s2_rows_avx2(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9, Epilogue e);
+void dw3x3_s2_rows_avx512(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9, Epilogue e);
+void dw3x3_s2_rows_neon(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9, Epilogue e);
+
 // Up to 4 output rows (ldo apart) of one channel of a depthwise 3x3 stride 1 convolution:
 // rows holds the nrows + 2 input rows oy-1 .. oy+nrows; output row r is the nine-tap sum
-// of rows r, r+1, r+2 as conv3x3_s1_row forms it, written, not added to. The vector forms
+// of rows r, r+1, r+2 as conv3x3_s1_row forms it, written through e. The vector forms
 // load each input vector once for the (up to) three output rows that read it.
-void dw3x3_s1_rows_plain(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9);
-void dw3x3_s1_rows_avx2(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9);
-void dw3x3_s1_rows_avx512(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9);
-void dw3x3_s1_rows_neon(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9);
+void dw3x3_s1_rows_plain(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9, Epilogue e);
+void dw3x3_s1_rows_avx2(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9, Epilogue e);
+void dw3x3_s1_rows_avx512(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9, Epilogue e);
+void dw3x3_s1_rows_neon(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, const float *k9, Epilogue e);
 
 // Up to 4 output rows of one output channel over all its input channels: rows holds six
 // row pointers per input channel (input rows oy-1 .. oy+4), k the channel's ic kernels of 9.
@@ -75,43 +100,34 @@ void conv3x3_s1_multi_avx512(float *out, int64_t ldo, int nrows, int64_t n, cons
 void conv3x3_s1_multi_neon(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
                            const float *k);
 
-// The same with stride 2: taps of output x at columns 2x, 2x+1, 2x+2 of r0..r2.
-void conv3x3_s2_row_plain(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
-                          const float *k9, bool accumulate);
-void conv3x3_s2_row_avx2(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
-                         const float *k9, bool accumulate);
-void conv3x3_s2_row_avx512(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
-                           const float *k9, bool accumulate);
-void conv3x3_s2_row_neon(float *out, int64_t n, const float *r0, const float *r1, const float *r2,
-                         const float *k9, bool accumulate);
-
 // One output row of oc output channels (rows ldo apart) of a 3x3 stride 2 standard
 // convolution over all input channels, from deinterleaved padded rows: six pointers per
 // channel, the even and odd columns of input rows 2oy-1, 2oy, 2oy+1 (padded column q =
 // input column q - 1). Taps of output x are even[x], odd[x], even[x+1] of each row; the
 // weights of output channel o start at k + o * ic * 9. Channel sums ascending, each
-// nine-tap sum formed before it is added, as in the general loop.
+// nine-tap sum formed before it is added, as in the general loop; e.bias is indexed by o.
 void conv3x3_s2_multi_plain(float *out, int64_t ldo, int oc, int64_t n, const float *const *rows, int64_t ic,
-                            const float *k);
+                            const float *k, Epilogue e);
 void conv3x3_s2_multi_avx2(float *out, int64_t ldo, int oc, int64_t n, const float *const *rows, int64_t ic,
-                           const float *k);
+                           const float *k, Epilogue e);
 void conv3x3_s2_multi_avx512(float *out, int64_t ldo, int oc, int64_t n, const float *const *rows, int64_t ic,
-                             const float *k);
+                             const float *k, Epilogue e);
 void conv3x3_s2_multi_neon(float *out, int64_t ldo, int oc, int64_t n, const float *const *rows, int64_t ic,
-                           const float *k);
+                           const float *k, Epilogue e);
 
-// oc output planes of a 1x1 convolution over all ic input planes, written, not added to:
+// oc output planes of a 1x1 convolution over all ic input planes, written through e (its
+// bias indexed by output channel):
 // out[o][p] = sum over i ascending of w[o * ldw + i] * in[i][p], one fused multiply-add at
 // a time from zero. The vector forms hold a tile of output channels and pixels in
 // registers for the whole sum, so each output is stored once.
 void pointwise_planes_plain(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
-                            int64_t ldw, int oc, int ic, int64_t n);
+                            int64_t ldw, int oc, int ic, int64_t n, Epilogue e);
 void pointwise_planes_avx2(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
-                           int64_t ldw, int oc, int ic, int64_t n);
+                           int64_t ldw, int oc, int ic, int64_t n, Epilogue e);
 void pointwise_planes_avx512(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
-                             int64_t ldw, int oc, int ic, int64_t n);
+                             int64_t ldw, int oc, int ic, int64_t n, Epilogue e);
 void pointwise_planes_neon(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w,
-                           int64_t ldw, int oc, int ic, int64_t n);
+                           int64_t ldw, int oc, int ic, int64_t n, Epilogue e);
 
 // y[i] = act(x[i] + b) over one line; x and y may be the same.
 void bias_act_line_plain(float *y, const float *x, float b, int64_t n, int act);
@@ -149,10 +165,6 @@ inline float *plane(const oru_tensor *t, int64_t c) {
   return static_cast<float *>(t->data) + c * int64_t(t->dims[0]) * t->dims[1];
 }
 
-// Shared plane loops of the 3x3 kernels (padding 1): out (+)= conv(in, k9).
-void conv3x3_s2_plane(float *out, const float *in, const float *k9, int32_t in_w, int32_t in_h, int32_t out_w,
-                      int32_t out_h, bool accumulate);
-
 // Patch panels of output row oy (panels of nr columns, the last zero-filled) and the
 // whole patch matrix of the generic shape.
 // row_buf: in_w + 2p floats whose first and last p are zero.
@@ -160,6 +172,13 @@ void im2col_fill_row_panels(float *dst, const float *in, int32_t channels, int32
                             int32_t s, int32_t p, int32_t oy, int32_t out_w, int32_t nr, float *row_buf);
 void im2col_fill_matrix(float *dst, const float *in, int32_t channels, int32_t in_w, int32_t in_h, int32_t k,
                         int32_t s, int32_t p, int32_t out_w, int32_t out_h);
+
+// A direct CHW convolution (standard, pointwise or depthwise, by its parameters) with the
+// bias words of its weight tensor and the activation act (0..6) applied as the sums are
+// stored; the same results as the convolution followed by bias_act_chw, in one pass over
+// the output where the loop allows it.
+uint32_t direct_conv_bias_act_chw(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
+                                  const oru_conv2d_params *params, const uint32_t *conv_workers, int act);
 
 // Bias plus activation over CHW and HWG output (act_relu6 included).
 uint32_t bias_act_chw(oru_tensor *output, const oru_tensor *input, const oru_tensor *weight,
@@ -197,6 +216,8 @@ inline float act_scalar(float t, int act) {
     default: return t;
   }
 }
+
+inline float finish_scalar(float s, const Epilogue &e, int64_t o) { return e.bias ? act_scalar(s + e.bias[o], e.act) : s; }
 
 }  // namespace oru
 

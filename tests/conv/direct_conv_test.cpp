@@ -2,6 +2,7 @@
 // general ones, and refusals of bad arguments.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <random>
 
 #include "conv/oru_conv_internal.h"
@@ -47,6 +48,40 @@ TEST(DirectConv, MatchesPyTorchOnEveryReferenceCase) {
     ++checked;
   }
   EXPECT_GE(checked, 40);
+}
+
+// The fused operators' one-pass path (bias and activation applied as sums are stored)
+// against the kernel followed by the separate bias pass: bit for bit, on every reference
+// shape without dilation and every activation; with no activation it also meets PyTorch.
+TEST(DirectConv, BiasAndActivationInOnePassEqualTheSeparatePass) {
+  int checked = 0;
+  for (const Case &c : load_cases()) {
+    if (c.kind != 0 || c.params.has_bias != 1 || c.params.dilation_w != 1 || c.params.dilation_h != 1) continue;
+    if (c.params.groups != 1 && !oru::is_depthwise(c.params)) continue;
+    // A 1x1 kernel goes to the pointwise loop, which serves stride 1 and no padding only.
+    const bool one_by_one = c.params.kernel_w == 1 && c.params.kernel_h == 1 && c.params.groups == 1;
+    if (one_by_one && !is_pointwise_shape(c.params)) continue;
+    SCOPED_TRACE(describe(c));
+    TensorPtr in = make_tensor(c.input.dims, c.input.values);
+    TensorPtr w = make_tensor({int32_t(c.weight.values.size())}, c.weight.values);
+    for (int act = oru::act_none; act <= oru::act_tanh; ++act) {
+      oru_conv2d_params nobias = c.params;
+      nobias.has_bias = 0;
+      TensorPtr sep = make_tensor(c.expected.dims), one = make_tensor(c.expected.dims);
+      ASSERT_EQ(run_direct(sep.get(), in.get(), w.get(), nobias), 0u);
+      ASSERT_EQ(oru::bias_act_chw(sep.get(), sep.get(), w.get(), &c.params, act), 0u);
+      uint32_t workers = 1;
+      ASSERT_EQ(oru::direct_conv_bias_act_chw(one.get(), in.get(), w.get(), &c.params, &workers, act), 0u);
+      const std::vector<float> a = values_of(sep.get()), b = values_of(one.get());
+      ASSERT_EQ(a.size(), b.size());
+      EXPECT_EQ(0, std::memcmp(a.data(), b.data(), a.size() * sizeof(float))) << "act " << act;
+      if (act == oru::act_none) {
+        EXPECT_LT(max_rel_error(b, c.expected.values), kTol);
+      }
+    }
+    ++checked;
+  }
+  EXPECT_GE(checked, 20);
 }
 
 TEST(DirectConv, TransposedMatchesPyTorchWithRotatedKernels) {

@@ -182,9 +182,12 @@ uint32_t oru_cg_conv2d_act(void *context) {
   if (!c->input || !c->output || !c->weight || (c->conv_method == ORU_CG_CONV_IM2COL_GEMM && !c->calc_info))
     return ORU_RET_ERR_PARA;
   const oru_conv2d_params *p = &c->params.conv;
+  const int act = c->params.act;
+  // The direct kernels apply the bias and activation as they store the sums.
+  if (c->conv_method == ORU_CG_CONV_DIRECT_CHW && p->has_bias == 1 && act >= 0 && act <= 6)
+    return oru::direct_conv_bias_act_chw(c->output, c->input, c->weight, p, &c->conv_workers, act);
   if (uint32_t st = convolve(c->conv_method, c->output, c->input, c->weight, p, &c->conv_workers, c->calc_info))
     return st;
-  const int act = c->params.act;
   if (act < 0 || act > 6) return ORU_RET_OK;
   if (p->has_bias == 1) return oru::bias_act_chw(c->output, c->output, c->weight, p, act);
   activate_all(c->output, act);
@@ -202,17 +205,21 @@ uint32_t oru_cg_conv2d_bn2d_act(void *context) {
     return ORU_RET_ERR_PARA;
   }
   const oru_conv2d_params *p = &c->params.conv;
-  if (uint32_t st = convolve(c->conv_method, c->output, c->input, c->fused_weight, p, &c->conv_workers,
-                             c->calc_info)) {
+  const int act = c->params.act;
+  // The fused bias always exists, whatever has_bias says; the direct kernels apply it and
+  // the activation as they store the sums.
+  const bool in_one_pass = direct && act >= 0 && act <= 6;
+  if (uint32_t st = in_one_pass ? oru::direct_conv_bias_act_chw(c->output, c->input, c->fused_weight, p,
+                                                                &c->conv_workers, act)
+                                : convolve(c->conv_method, c->output, c->input, c->fused_weight, p,
+                                           &c->conv_workers, c->calc_info)) {
     if (direct) {
       int idx = oru::message_index(st);
       printf("ORU_ERROR: %s\n", idx >= 0 ? oru_error_string[idx] : "");
     }
     return st;
   }
-  // The fused bias always exists, whatever has_bias says.
-  const int act = c->params.act;
-  if (act < 0 || act > 6) return ORU_RET_OK;
+  if (in_one_pass || act < 0 || act > 6) return ORU_RET_OK;
   return oru::bias_act_chw(c->output, c->output, c->fused_weight, p, act);
 }
 

@@ -22,6 +22,12 @@ struct Avx2 {
   static T max(T a, T b) { return _mm256_max_ps(a, b); }
   static T min(T a, T b) { return _mm256_min_ps(a, b); }
   // p[0], p[2], ..., p[14].
+  // p[0], p[2], ..., p[14] and p[1], p[3], ..., p[15].
+  static void deinterleave(const float *p, T &even, T &odd) {
+    const __m256 a = _mm256_loadu_ps(p), b = _mm256_loadu_ps(p + 8);
+    even = _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(a, b, 0x88)), 0xD8));
+    odd = _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(a, b, 0xDD)), 0xD8));
+  }
   static T load_even(const float *p) {
     __m256 s = _mm256_shuffle_ps(_mm256_loadu_ps(p), _mm256_loadu_ps(p + 8), 0x88);
     return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(s), 0xD8));

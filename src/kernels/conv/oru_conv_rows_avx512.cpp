@@ -23,6 +23,14 @@ struct Avx512 {
   static T max(T a, T b) { return _mm512_mask_blend_ps(_mm512_cmp_ps_mask(a, b, _CMP_GT_OQ), b, a); }
   static T min(T a, T b) { return _mm512_mask_blend_ps(_mm512_cmp_ps_mask(a, b, _CMP_LT_OQ), b, a); }
   // p[0], p[2], ..., p[30].
+  // p[0], p[2], ..., p[30] and p[1], p[3], ..., p[31].
+  static void deinterleave(const float *p, T &even, T &odd) {
+    const __m512i ie = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+    const __m512i io = _mm512_setr_epi32(1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31);
+    const __m512 a = _mm512_loadu_ps(p), b = _mm512_loadu_ps(p + 16);
+    even = _mm512_permutex2var_ps(a, ie, b);
+    odd = _mm512_permutex2var_ps(a, io, b);
+  }
   static T load_even(const float *p) {
     const __m512i idx = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
     return _mm512_permutex2var_ps(_mm512_loadu_ps(p), idx, _mm512_loadu_ps(p + 16));
