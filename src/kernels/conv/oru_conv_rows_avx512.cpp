@@ -12,8 +12,8 @@ struct Avx512 {
   static void store(float *p, T v) { _mm512_storeu_ps(p, v); }
   // Pointwise tile: 8 output channels x 3 vectors of pixels, 24 accumulators of the 32 registers.
   static constexpr int kPointwiseOut = 8, kPointwiseVecs = 3;
-  // Stride-2 multi-channel tile: 2 output channels x 4 vectors, 8 sums and 8 accumulators.
-  static constexpr int kStride2Out = 2, kStride2Vecs = 4;
+  // Stride-2 multi-channel tile: 4 output channels x 3 vectors, 12 sums and 12 accumulators.
+  static constexpr int kStride2Out = 4, kStride2Vecs = 3;
   static T set1(float v) { return _mm512_set1_ps(v); }
   static T add(T a, T b) { return _mm512_add_ps(a, b); }
   static T mul(T a, T b) { return _mm512_mul_ps(a, b); }

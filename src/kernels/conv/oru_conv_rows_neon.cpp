@@ -12,8 +12,8 @@ struct Neon {
   static void store(float *p, T v) { vst1q_f32(p, v); }
   // Pointwise tile: 8 output channels x 2 vectors of pixels, 16 accumulators of the 32 registers.
   static constexpr int kPointwiseOut = 8, kPointwiseVecs = 2;
-  // Stride-2 multi-channel tile: 2 output channels x 4 vectors, 8 sums and 8 accumulators.
-  static constexpr int kStride2Out = 2, kStride2Vecs = 4;
+  // Stride-2 multi-channel tile: 4 output channels x 3 vectors, 12 sums and 12 accumulators.
+  static constexpr int kStride2Out = 4, kStride2Vecs = 3;
   static T set1(float v) { return vdupq_n_f32(v); }
   static T add(T a, T b) { return vaddq_f32(a, b); }
   static T mul(T a, T b) { return vmulq_f32(a, b); }
