@@ -6,7 +6,7 @@ crosses the view and hides the faces behind it for a few frames, and a few frame
 sensor noise or blur. The reference faces of the photograph (one "x0 y0 x1 y1 score" line
 each, in the photograph's pixels) are moved with the camera: a face is in the ground
 truth of a frame when at least half of it is seen, that is, inside the frame and not
-behind the bar.
+behind the bar, and its box is cut at the frame's edges.
 
 Output, in OUT_DIR: 000001.bmp, 000002.bmp, ... (320 x 240 by default) and gt.txt in the
 MOT text format, "frame,id,x,y,w,h,1,-1,-1,-1", frames from 1, ids from 1 in the order of
@@ -124,7 +124,10 @@ def main():
             h = (faces[i, 3] - faces[i, 1]) * scale
             box = (fx - w / 2, fy - h / 2, fx + w / 2, fy + h / 2)
             if seen_share(box, out_w, out_h, bar) >= VISIBLE:
-                lines.append(f"{k + 1},{i + 1},{box[0]:.2f},{box[1]:.2f},{w:.2f},{h:.2f},1,-1,-1,-1")
+                # what lies beyond the frame's edge is no part of what the camera saw
+                x0, y0 = max(box[0], 0.0), max(box[1], 0.0)
+                x1, y1 = min(box[2], float(out_w)), min(box[3], float(out_h))
+                lines.append(f"{k + 1},{i + 1},{x0:.2f},{y0:.2f},{x1 - x0:.2f},{y1 - y0:.2f},1,-1,-1,-1")
     with open(os.path.join(args.out_dir, "gt.txt"), "w") as f:
         f.write("\n".join(lines) + "\n")
 

@@ -10,6 +10,7 @@
  * to standard error when the tracks themselves go to standard output. */
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -145,12 +146,15 @@ static oru_image *read_frame(const char *path) {
   return img;
 }
 
-/* The graph announces its backend on standard output, which here may carry the tracks:
- * for the time of the set-up, standard output goes to standard error. */
+/* The graph announces its backend on standard output, which here may carry the tracks,
+ * and standard error is for this program's own one-line messages: for the time of the
+ * set-up, standard output goes nowhere. */
 static ultraface *create_detector(const options *o) {
   fflush(stdout);
   int saved = dup(1);
-  if (saved >= 0) dup2(2, 1);
+  int null_fd = open("/dev/null", O_WRONLY);
+  if (saved >= 0 && null_fd >= 0) dup2(null_fd, 1);
+  if (null_fd >= 0) close(null_fd);
   ultraface *net = NULL;
 #ifdef ULTRAFACE_BACKEND_FIXED
   if (o->fixed) net = ultraface_create_backend(o->model, 0u, ULTRAFACE_BACKEND_FIXED);
