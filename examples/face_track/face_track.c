@@ -265,6 +265,16 @@ int main(int argc, char **argv) {
   int32_t frame_count = 0;
   if (!list_frames(o.frames_dir, &frames, &frame_count)) return 1;
 
+  /* drawing over the frames being read would destroy the input */
+  char *in_real = realpath(o.frames_dir, NULL), *out_real = o.out_dir ? realpath(o.out_dir, NULL) : NULL;
+  const int same_folder = in_real && out_real && !strcmp(in_real, out_real);
+  free(in_real);
+  free(out_real);
+  if (same_folder) {
+    fprintf(stderr, "face_track: %s: the output folder is the frames folder\n", o.out_dir);
+    free_names(frames, frame_count);
+    return 1;
+  }
   int made_out_dir = 0;
   if (o.out_dir && stat(o.out_dir, &st) != 0) {
     if (mkdir(o.out_dir, 0777) != 0) {

@@ -33,6 +33,15 @@ foreach(bad missing empty bad-frame cut-frame)
   endif()
 endforeach()
 
+# drawing into the frames folder itself is refused before any frame is touched
+execute_process(COMMAND ${PROGRAM} ${WORK}/good/ -o ${WORK}/good RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+expect_one_error_line(same-folder "${rc}" "${err}")
+file(MD5 ${WORK}/good/000001.bmp drawn_md5)
+file(MD5 ${seq}/000001.bmp source_md5)
+if(NOT drawn_md5 STREQUAL source_md5)
+  message(FATAL_ERROR "same-folder: a frame was changed")
+endif()
+
 # the fixed-point network, where the build has none, is refused the same way
 execute_process(COMMAND ${PROGRAM} ${WORK}/good --fixed --mot ${WORK}/out.txt
   RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
