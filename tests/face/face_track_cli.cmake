@@ -33,6 +33,15 @@ foreach(bad missing empty bad-frame cut-frame)
   endif()
 endforeach()
 
+# options out of range or unknown: the usage line and no run
+foreach(bad_option "--iou;1.5" "--min-hits;0" "--max-age;-1" "--frobnicate")
+  execute_process(COMMAND ${PROGRAM} ${WORK}/good ${bad_option} --mot ${WORK}/out.txt
+    RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT rc EQUAL 1 OR NOT err MATCHES "^usage: face_track FRAMES_DIR" OR EXISTS ${WORK}/out.txt)
+    message(FATAL_ERROR "${bad_option}: status ${rc}, stderr ${err}")
+  endif()
+endforeach()
+
 # drawing into the frames folder itself is refused before any frame is touched
 execute_process(COMMAND ${PROGRAM} ${WORK}/good/ -o ${WORK}/good RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
 expect_one_error_line(same-folder "${rc}" "${err}")
