@@ -97,3 +97,27 @@ file(READ ${WORK}/tracks.txt written)
 if(NOT rc EQUAL 0 OR NOT out2 MATCHES "^frames: 3, tracks: " OR NOT written STREQUAL out)
   message(FATAL_ERROR "--mot run: status ${rc}, stdout ${out2}, file differs from the stdout run")
 endif()
+
+# Frames without faces around one frame with faces: a face seen once is a track of one
+# hit, shown with --min-hits 1 but not with 3 past the third frame.
+# (a black frame: the sequence's 54-byte BMP header over 320 x 240 x 3 zero bytes)
+file(MAKE_DIRECTORY ${WORK}/flash)
+foreach(f 000001 000002 000003 000005)
+  execute_process(COMMAND sh -c "head -c 54 ${seq}/000001.bmp; head -c 230400 /dev/zero"
+    OUTPUT_FILE ${WORK}/flash/${f}.bmp)
+endforeach()
+file(COPY_FILE ${seq}/000001.bmp ${WORK}/flash/000004.bmp)
+execute_process(COMMAND ${PROGRAM} ${WORK}/flash --min-hits 3
+  RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+if(NOT rc EQUAL 0 OR NOT out STREQUAL "" OR NOT err MATCHES "^frames: 5, tracks: 0, ")
+  message(FATAL_ERROR "one flash, --min-hits 3: status ${rc}, stdout ${out}, stderr ${err}")
+endif()
+execute_process(COMMAND ${PROGRAM} ${WORK}/flash --min-hits 1
+  RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+string(REGEX MATCHALL "(^|\n)4,[1-5]," shown "${out}")
+list(LENGTH shown n)
+string(REGEX MATCHALL "\n" lines "${out}")
+list(LENGTH lines total)
+if(NOT rc EQUAL 0 OR n LESS 4 OR NOT total EQUAL n OR NOT err MATCHES "^frames: 5, tracks: ${n}, ")
+  message(FATAL_ERROR "one flash, --min-hits 1: status ${rc}, stdout ${out}, stderr ${err}")
+endif()
