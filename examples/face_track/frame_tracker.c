@@ -3,6 +3,11 @@
 #include <stdlib.h>
 #include <string.h>
 
+typedef struct id_score {
+  int32_t id;
+  float score;
+} id_score;
+
 struct frame_tracker {
   oru_sort_handle *sort;
   int32_t min_hits;
@@ -10,6 +15,7 @@ struct frame_tracker {
   int64_t frame;
   int32_t capacity; /* of the arrays below, in tracks or detections */
   int32_t *detection_ids;
+  id_score *detection_scores; /* by track id */
   float *predicted; /* five-float records */
   float *boxes;
   int32_t *ids;
@@ -22,6 +28,7 @@ void frame_tracker_release(frame_tracker **tracker) {
   *tracker = NULL;
   if (t->sort) oru_release_sort_handle(&t->sort);
   free(t->detection_ids);
+  free(t->detection_scores);
   free(t->predicted);
   free(t->boxes);
   free(t->ids);
@@ -48,6 +55,8 @@ static int reserve(frame_tracker *t, int32_t n) {
   while (c < n) c *= 2;
   int32_t *detection_ids = (int32_t *)realloc(t->detection_ids, sizeof(int32_t) * (size_t)c);
   if (detection_ids) t->detection_ids = detection_ids;
+  id_score *detection_scores = (id_score *)realloc(t->detection_scores, sizeof(id_score) * (size_t)c);
+  if (detection_scores) t->detection_scores = detection_scores;
   float *predicted = (float *)realloc(t->predicted, sizeof(float) * 5 * (size_t)c);
   if (predicted) t->predicted = predicted;
   float *boxes = (float *)realloc(t->boxes, sizeof(float) * 4 * (size_t)c);
@@ -56,13 +65,18 @@ static int reserve(frame_tracker *t, int32_t n) {
   if (ids) t->ids = ids;
   float *scores = (float *)realloc(t->scores, sizeof(float) * (size_t)c);
   if (scores) t->scores = scores;
-  if (!detection_ids || !predicted || !boxes || !ids || !scores) return 0;
+  if (!detection_ids || !detection_scores || !predicted || !boxes || !ids || !scores) return 0;
   t->capacity = c;
   return 1;
 }
 
 /* Pairs of the tracker's predictions with the detections; with nothing on one side
  * every detection is unmatched and starts a track. */
+static int by_id(const void *a, const void *b) {
+  const int32_t x = ((const id_score *)a)->id, y = ((const id_score *)b)->id;
+  return (x > y) - (x < y);
+}
+
 static oru_sort_match_info *associate(frame_tracker *t, const float *detections, int32_t n,
                                       const oru_track_info *predicted) {
   if (n > 0 && predicted->count > 0) {
@@ -95,17 +109,25 @@ int32_t frame_tracker_step(frame_tracker *t, const float *detections, int32_t n)
   oru_track_info *live = oru_sort_get_track_info(t->sort);
   if (!live) return -1;
 
-  /* The report keeps the order of the tracker's own list, so one walk over both finds
-   * each track's hit count. The score is that of the detection that updated it. */
-  int32_t shown = 0;
+  /* The report keeps the order of the tracker's own list, which is the order of birth
+   * and so of rising ids: one walk over it, the tracker's list and the detections sorted
+   * by the id they went to finds each track's hit count and the score of the detection
+   * that updated it. */
+  int32_t paired = 0;
+  for (int32_t d = 0; d < n; ++d)
+    if (t->detection_ids[d] >= 0) {
+      t->detection_scores[paired].id = t->detection_ids[d];
+      t->detection_scores[paired++].score = detections[5 * d + 4];
+    }
+  qsort(t->detection_scores, (size_t)paired, sizeof(id_score), by_id);
+  int32_t shown = 0, j = 0;
   uint32_t k = 0;
   for (int32_t i = 0; i < live->count; ++i) {
     while (k < t->sort->count && t->sort->trackers[k]->id != live->ids[i]) ++k;
     if (k == t->sort->count) break;
+    while (j < paired && t->detection_scores[j].id < live->ids[i]) ++j;
+    const float score = j < paired && t->detection_scores[j].id == live->ids[i] ? t->detection_scores[j].score : 0.0f;
     if (t->sort->trackers[k]->hits < t->min_hits && t->frame > t->min_hits) continue;
-    float score = 0.0f;
-    for (int32_t d = 0; d < n; ++d)
-      if (t->detection_ids[d] == live->ids[i]) score = detections[5 * d + 4];
     memcpy(t->boxes + 4 * shown, live->boxes + 4 * i, 4 * sizeof(float));
     t->ids[shown] = live->ids[i];
     t->scores[shown] = score;
