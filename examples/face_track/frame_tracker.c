@@ -119,7 +119,7 @@ int32_t frame_tracker_step(frame_tracker *t, const float *detections, int32_t n)
       t->detection_scores[paired].id = t->detection_ids[d];
       t->detection_scores[paired++].score = detections[5 * d + 4];
     }
-  qsort(t->detection_scores, (size_t)paired, sizeof(id_score), by_id);
+  if (paired > 1) qsort(t->detection_scores, (size_t)paired, sizeof(id_score), by_id);
   int32_t shown = 0, j = 0;
   uint32_t k = 0;
   for (int32_t i = 0; i < live->count; ++i) {
