@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <time.h>
 
+#include "annotate.h"
 #include "ultraface.h"
 
 #ifndef ULTRAFACE_DEFAULT_MODEL
@@ -50,35 +51,6 @@ static int looks_like_bmp(const char *path, const char **why) {
     return 0;
   }
   return 1;
-}
-
-static void draw_box(oru_image *img, const float *r) {
-  int32_t w = img->cols, h = img->rows;
-  int32_t x0 = (int32_t)r[0], y0 = (int32_t)r[1], x1 = (int32_t)r[2], y1 = (int32_t)r[3];
-  if (x0 < 0) x0 = 0;
-  if (y0 < 0) y0 = 0;
-  if (x1 > w - 1) x1 = w - 1;
-  if (y1 > h - 1) y1 = h - 1;
-  if (x0 > x1 || y0 > y1) return;
-  uint8_t *base = (uint8_t *)img->data;
-  for (int32_t t = 0; t < 2; ++t) {
-    for (int32_t x = x0; x <= x1; ++x) {
-      for (int32_t k = 0; k < 2; ++k) {
-        int32_t y = k ? y1 - t : y0 + t;
-        if (y < 0 || y >= h) continue;
-        uint8_t *p = base + (int64_t)y * img->stride + 3 * x;
-        p[0] = 0, p[1] = 255, p[2] = 0;
-      }
-    }
-    for (int32_t y = y0; y <= y1; ++y) {
-      for (int32_t k = 0; k < 2; ++k) {
-        int32_t x = k ? x1 - t : x0 + t;
-        if (x < 0 || x >= w) continue;
-        uint8_t *p = base + (int64_t)y * img->stride + 3 * x;
-        p[0] = 0, p[1] = 255, p[2] = 0;
-      }
-    }
-  }
 }
 
 int main(int argc, char **argv) {
@@ -152,20 +124,11 @@ int main(int argc, char **argv) {
     }
   }
   if (status == 0 && out_path) {
-    for (int32_t i = 0; i < n; ++i) draw_box(image, faces + 5 * i);
-    /* written under a temporary name and renamed, so a failed write leaves no partial file */
-    size_t len = strlen(out_path);
-    char *tmp = (char *)malloc(len + 16);
-    if (!tmp) {
+    static const uint8_t green[3] = {0, 255, 0};
+    for (int32_t i = 0; i < n; ++i) annotate_box(image, faces + 5 * i, green, 2);
+    if (annotate_write_bmp(out_path, image) != 0) {
+      fprintf(stderr, "face_detect: %s: cannot write the output image\n", out_path);
       status = 1;
-    } else {
-      snprintf(tmp, len + 16, "%s.tmp.bmp", out_path);
-      if (oru_image_write_to_file_with_level(tmp, image) != 0 || rename(tmp, out_path) != 0) {
-        remove(tmp);
-        fprintf(stderr, "face_detect: %s: cannot write the output image\n", out_path);
-        status = 1;
-      }
-      free(tmp);
     }
   }
   /* faces are printed once the image is written, so a failed run prints only its error */
