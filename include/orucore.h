@@ -2,6 +2,7 @@
 #ifndef ORUCORE_H
 #define ORUCORE_H
 
+#include "orucore_version.h"
 #include "oru_core.h"
 #include "oru_matrix.h"
 #include "oru_cg.h"

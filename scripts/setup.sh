@@ -8,8 +8,9 @@ want=(cmake ninja-build g++ make)
 case "${1:-test}" in
   example) ;;
   test)
-    want+=(clang libclang-rt-14-dev libgtest-dev googletest ccache python3 python3-numpy python3-scipy python3-pytest python3-onnx
-           g++-aarch64-linux-gnu qemu-user binutils libopenblas-dev valgrind)
+    want+=(clang libclang-rt-14-dev libgtest-dev googletest ccache python3 python3-numpy python3-scipy python3-onnx
+           g++-aarch64-linux-gnu qemu-user binutils libopenblas-dev valgrind
+           pkg-config python3-setuptools python3-pytest)
     ;;
   bench)
     want+=(libbenchmark-dev libopencv-dev libeigen3-dev libopenblas-dev libxnnpack-dev libpthreadpool-dev libssl-dev libyuv-dev python3-opencv)

@@ -4,6 +4,7 @@
 #   g++ with AddressSanitizer and UndefinedBehaviorSanitizer,
 #   a cross build for arm64 run under qemu-user,
 #   and last a g++ Release build, whose ctest summary closes the run.
+# The arm64 and Release builds also make their Debian packages (build/*/packages/).
 set -uo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh test || exit 1
@@ -32,6 +33,7 @@ configure_and_build() {  # DIR CMAKE-ARGS...
   cmake -S . -B "$dir" -G Ninja "${launcher[@]}" "$@" >/dev/null && cmake --build "$dir" -j "$jobs"
 }
 
+make_package() { (cd "$1" && cpack -G DEB >/dev/null && dpkg-deb --info packages/liborucore_*.deb | grep Architecture); }
 run_ctest() { (cd "$1" && ctest -j "$jobs" --output-on-failure --timeout 900); }
 
 clang_stage() {
@@ -47,9 +49,9 @@ sanitizer_stage() {
 }
 arm64_stage() {
   configure_and_build build/arm64 -DCMAKE_BUILD_TYPE=Release \
-    -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-toolchain.cmake && run_ctest build/arm64
+    -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-toolchain.cmake && run_ctest build/arm64 && make_package build/arm64
 }
-release_stage() { configure_and_build build/gcc -DCMAKE_BUILD_TYPE=Release; }
+release_stage() { configure_and_build build/gcc -DCMAKE_BUILD_TYPE=Release && make_package build/gcc; }
 
 stage clang-werror-fuzz clang_stage
 stage asan-ubsan sanitizer_stage
