@@ -1,0 +1,64 @@
+// Plain forms of the geometry inner loops: the reference of the vector forms.
+#include "image/oru_geometry_kernels.h"
+
+#include <cstring>
+
+namespace oru {
+
+void mirror_row_c1_plain(uint8_t *dst, const uint8_t *src, int32_t n) {
+  for (int32_t i = 0; i < n; ++i) dst[i] = src[n - 1 - i];
+}
+
+void mirror_row_c3_plain(uint8_t *dst, const uint8_t *src, int32_t n) {
+  for (int32_t i = 0; i < n; ++i) {
+    const uint8_t *s = src + 3 * int64_t(n - 1 - i);
+    dst[3 * i] = s[0];
+    dst[3 * i + 1] = s[1];
+    dst[3 * i + 2] = s[2];
+  }
+}
+
+void transpose8_c1_plain(const uint8_t *src, int64_t src_stride, uint8_t *dst, int64_t dst_stride, int32_t width) {
+  for (int32_t j = 0; j < width; ++j) {
+    uint8_t *d = dst + dst_stride * j;
+    for (int i = 0; i < 8; ++i) d[i] = src[src_stride * i + j];
+  }
+}
+
+void transpose8_c3_plain(const uint8_t *src, int64_t src_stride, uint8_t *dst, int64_t dst_stride, int32_t width) {
+  for (int32_t j = 0; j < width; ++j) {
+    uint8_t *d = dst + dst_stride * j;
+    for (int i = 0; i < 8; ++i) std::memcpy(d + 3 * i, src + src_stride * i + 3 * j, 3);
+  }
+}
+
+void warp_affine_bilinear_c3_plain(uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh,
+                                   const float *inv, int32_t y, int32_t x0, int32_t n, int32_t zero_outside) {
+  const float fyv = float(y);
+  const float by = inv[1] * fyv, dy = inv[4] * fyv;
+  for (int32_t k = 0; k < n; ++k) {
+    const float fx = float(x0 + k);
+    const float xs = (inv[0] * fx + by) + inv[2];
+    const float ys = (inv[3] * fx + dy) + inv[5];
+    uint8_t *d = dst + 3 * int64_t(x0 + k);
+    // The cut toward zero of xs lies in 0 to sw - 2 exactly when -1 < xs < sw - 1; testing
+    // the float first keeps the cast defined (and sends NaN outside).
+    if (!(xs > -1.0f && ys > -1.0f && xs < float(sw - 1) && ys < float(sh - 1))) {
+      if (zero_outside) d[0] = d[1] = d[2] = 0;
+      continue;
+    }
+    const int32_t X = int32_t(xs), Y = int32_t(ys);
+    const float wx = xs - float(X), wy = ys - float(Y);
+    const float ax = 1.0f - wx, ay = 1.0f - wy;
+    const uint8_t *p0 = src + src_stride * Y + 3 * int64_t(X), *p1 = p0 + src_stride;
+    for (int c = 0; c < 3; ++c) {
+      const float top = ax * float(p0[c]) + wx * float(p0[c + 3]);
+      const float bottom = ax * float(p1[c]) + wx * float(p1[c + 3]);
+      // Just inside the left or top edge a weight is negative; the byte saturates.
+      const int32_t v = int32_t((ay * top + wy * bottom) + 0.5f);
+      d[c] = uint8_t(v < 0 ? 0 : v > 255 ? 255 : v);
+    }
+  }
+}
+
+}  // namespace oru

@@ -1,0 +1,41 @@
+// Inner loops of the pixel rearrangements and of the bilinear warp. Each has a plain
+// form, the reference, and vector forms that agree with it bit for bit.
+#ifndef ORU_GEOMETRY_KERNELS_H
+#define ORU_GEOMETRY_KERNELS_H
+
+#include <cstdint>
+
+#include "core/oru_dispatch.h"
+
+namespace oru {
+
+#define ORU_DECLARE_FORMS(name, ...) \
+  void name##_plain(__VA_ARGS__);    \
+  void name##_avx2(__VA_ARGS__);     \
+  void name##_avx512(__VA_ARGS__);   \
+  void name##_neon(__VA_ARGS__);
+
+// dst pixel i = src pixel n - 1 - i, over n one-byte or three-byte pixels; no overlap.
+ORU_DECLARE_FORMS(mirror_row_c1, uint8_t *dst, const uint8_t *src, int32_t n)
+ORU_DECLARE_FORMS(mirror_row_c3, uint8_t *dst, const uint8_t *src, int32_t n)
+
+// Eight source rows (src, src + stride, ...) of width pixels into width destination rows
+// of eight pixels: dst row j, pixel i = src row i, pixel j. Strides may be negative.
+ORU_DECLARE_FORMS(transpose8_c1, const uint8_t *src, int64_t src_stride, uint8_t *dst, int64_t dst_stride,
+                  int32_t width)
+ORU_DECLARE_FORMS(transpose8_c3, const uint8_t *src, int64_t src_stride, uint8_t *dst, int64_t dst_stride,
+                  int32_t width)
+
+// One destination row y of the affine bilinear warp over columns x0 to x0 + n - 1, with
+// inv the first six entries of the inverse map. Positions and weights are float:
+// xs = (i0 x + i1 y) + i2, X = xs cut toward zero, inside when 0 <= X < sw - 1 (and
+// likewise in y); the value is (1 - fy)((1 - fx) p00 + fx p01) + fy((1 - fx) p10 + fx p11)
+// + 0.5, cut toward zero. Outside pixels become zero when zero_outside, else stay.
+ORU_DECLARE_FORMS(warp_affine_bilinear_c3, uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw,
+                  int32_t sh, const float *inv, int32_t y, int32_t x0, int32_t n, int32_t zero_outside)
+
+#undef ORU_DECLARE_FORMS
+
+}  // namespace oru
+
+#endif
