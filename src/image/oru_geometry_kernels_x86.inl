@@ -100,68 +100,152 @@ void ORU_FORM(transpose8_c3)(const uint8_t *src, int64_t src_stride, uint8_t *ds
   if (j < width) transpose8_c3_plain(src + 3 * int64_t(j), src_stride, dst + dst_stride * j, dst_stride, width - j);
 }
 
+namespace {
+
+// The vector lanes of the warp: eight in AVX2 registers, sixteen in AVX-512 ones (the
+// file that wants the wide form defines ORU_GEOMETRY_WIDE). Masks are vectors in the
+// first, mask registers in the second.
+#if defined(ORU_GEOMETRY_WIDE)
+struct Lanes {
+  using F = __m512;
+  using I = __m512i;
+  using M = __mmask16;
+  static constexpr int n = 16;
+  static F fset(float v) { return _mm512_set1_ps(v); }
+  static I iset(int32_t v) { return _mm512_set1_epi32(v); }
+  static I iota() { return _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15); }
+  static I lane_pattern(__m128i v) { return _mm512_broadcast_i32x4(v); }
+  static F add(F a, F b) { return _mm512_add_ps(a, b); }
+  static F sub(F a, F b) { return _mm512_sub_ps(a, b); }
+  static F mul(F a, F b) { return _mm512_mul_ps(a, b); }
+  static F to_f(I a) { return _mm512_cvtepi32_ps(a); }
+  static I trunc(F a) { return _mm512_cvttps_epi32(a); }
+  static M gt(F a, F b) { return _mm512_cmp_ps_mask(a, b, _CMP_GT_OQ); }
+  static M lt(F a, F b) { return _mm512_cmp_ps_mask(a, b, _CMP_LT_OQ); }
+  static M both(M a, M b) { return M(a & b); }
+  static uint32_t bits(M m) { return m; }
+  static I keep(I v, M m) { return _mm512_maskz_mov_epi32(m, v); }
+  static I iadd(I a, I b) { return _mm512_add_epi32(a, b); }
+  static I imul(I a, I b) { return _mm512_mullo_epi32(a, b); }
+  static I gather(const int *base, I off, M m) {
+    return _mm512_mask_i32gather_epi32(_mm512_setzero_si512(), m, off, base, 1);
+  }
+  static I shuffle(I a, I b) { return _mm512_shuffle_epi8(a, b); }
+  static I clamp_byte(I v) { return _mm512_min_epi32(_mm512_max_epi32(v, _mm512_setzero_si512()), iset(255)); }
+  static I shl(I v, int s) { return _mm512_sll_epi32(v, _mm_cvtsi32_si128(s)); }
+  static I bor(I a, I b) { return _mm512_or_si512(a, b); }
+  static void spill(int32_t *out, I v) { _mm512_storeu_si512(out, v); }
+  // Each 128-bit part holds 12 bytes after the pack; they are stored back to back.
+  static void store_packed(uint8_t *d, I v) {
+    for (int k = 0; k < 3; ++k) store_part(d + 12 * k, extract(v, k));
+    const __m128i last = _mm512_extracti32x4_epi32(v, 3);
+    store8(d + 36, last);
+    store4(d + 44, _mm_srli_si128(last, 8));
+  }
+  static __m128i extract(I v, int k) {
+    switch (k) {
+      case 0: return _mm512_castsi512_si128(v);
+      case 1: return _mm512_extracti32x4_epi32(v, 1);
+      default: return _mm512_extracti32x4_epi32(v, 2);
+    }
+  }
+  static void store_part(uint8_t *d, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i *>(d), v); }
+};
+#else
+struct Lanes {
+  using F = __m256;
+  using I = __m256i;
+  using M = __m256i;
+  static constexpr int n = 8;
+  static F fset(float v) { return _mm256_set1_ps(v); }
+  static I iset(int32_t v) { return _mm256_set1_epi32(v); }
+  static I iota() { return _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7); }
+  static I lane_pattern(__m128i v) { return _mm256_broadcastsi128_si256(v); }
+  static F add(F a, F b) { return _mm256_add_ps(a, b); }
+  static F sub(F a, F b) { return _mm256_sub_ps(a, b); }
+  static F mul(F a, F b) { return _mm256_mul_ps(a, b); }
+  static F to_f(I a) { return _mm256_cvtepi32_ps(a); }
+  static I trunc(F a) { return _mm256_cvttps_epi32(a); }
+  static M gt(F a, F b) { return _mm256_castps_si256(_mm256_cmp_ps(a, b, _CMP_GT_OQ)); }
+  static M lt(F a, F b) { return _mm256_castps_si256(_mm256_cmp_ps(a, b, _CMP_LT_OQ)); }
+  static M both(M a, M b) { return _mm256_and_si256(a, b); }
+  static uint32_t bits(M m) { return uint32_t(_mm256_movemask_ps(_mm256_castsi256_ps(m))); }
+  static I keep(I v, M m) { return _mm256_and_si256(v, m); }
+  static I iadd(I a, I b) { return _mm256_add_epi32(a, b); }
+  static I imul(I a, I b) { return _mm256_mullo_epi32(a, b); }
+  static I gather(const int *base, I off, M m) {
+    return _mm256_mask_i32gather_epi32(_mm256_setzero_si256(), base, off, m, 1);
+  }
+  static I shuffle(I a, I b) { return _mm256_shuffle_epi8(a, b); }
+  static I clamp_byte(I v) { return _mm256_min_epi32(_mm256_max_epi32(v, _mm256_setzero_si256()), iset(255)); }
+  static I shl(I v, int s) { return _mm256_sll_epi32(v, _mm_cvtsi32_si128(s)); }
+  static I bor(I a, I b) { return _mm256_or_si256(a, b); }
+  static void spill(int32_t *out, I v) { _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), v); }
+  static void store_packed(uint8_t *d, I v) {
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(d), _mm256_castsi256_si128(v));  // bytes 12-15 rewritten below
+    const __m128i hi = _mm256_extracti128_si256(v, 1);
+    store8(d + 12, hi);
+    store4(d + 20, _mm_srli_si128(hi, 8));
+  }
+};
+#endif
+
+}  // namespace
+
 void ORU_FORM(warp_affine_bilinear_c3)(uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh,
                                        const float *inv, int32_t y, int32_t x0, int32_t n, int32_t zero_outside) {
+  using L = Lanes;
+  constexpr uint32_t kAll = (1u << L::n) - 1u;
   int32_t k = 0;
   // Offsets are 32-bit in the gathers; larger sources take the plain form.
   if (sw >= 2 && sh >= 2 && src_stride * sh < (int64_t(1) << 31)) {
     const float fyv = float(y);
-    const __m256 i0 = _mm256_set1_ps(inv[0]), i3 = _mm256_set1_ps(inv[3]), i2 = _mm256_set1_ps(inv[2]),
-                 i5 = _mm256_set1_ps(inv[5]), by = _mm256_set1_ps(inv[1] * fyv), dy = _mm256_set1_ps(inv[4] * fyv);
-    const __m256 minus1 = _mm256_set1_ps(-1.0f), xmax = _mm256_set1_ps(float(sw - 1)),
-                 ymax = _mm256_set1_ps(float(sh - 1)), one = _mm256_set1_ps(1.0f), half = _mm256_set1_ps(0.5f);
-    const __m256i lanes = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), three = _mm256_set1_epi32(3),
-                  stride = _mm256_set1_epi32(int32_t(src_stride)), bytemask = _mm256_set1_epi32(0xFF),
-                  maxv = _mm256_set1_epi32(255), zero = _mm256_setzero_si256();
-    const __m256i pack = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6, 8,
-                                          9, 10, 12, 13, 14, -1, -1, -1, -1);
+    const L::F i0 = L::fset(inv[0]), i3 = L::fset(inv[3]), i2 = L::fset(inv[2]), i5 = L::fset(inv[5]),
+               by = L::fset(inv[1] * fyv), dy = L::fset(inv[4] * fyv);
+    const L::F minus1 = L::fset(-1.0f), xmax = L::fset(float(sw - 1)), ymax = L::fset(float(sh - 1)),
+               one = L::fset(1.0f), half = L::fset(0.5f);
+    const L::I lanes = L::iota(), three = L::iset(3), stride = L::iset(int32_t(src_stride)), two = L::iset(2);
+    // pshufb indices of byte 0 of each word with the other three bytes cleared (0x80),
+    // and of the three output bytes of each word packed to the front of each 128 bits.
+    const L::I spread = L::lane_pattern(_mm_setr_epi8(0, -128, -128, -128, 4, -128, -128, -128, 8, -128, -128, -128,
+                                                      12, -128, -128, -128));
+    const L::I pack = L::lane_pattern(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
     const int *base = reinterpret_cast<const int *>(src);
-    for (; k + 8 <= n; k += 8) {
-      const __m256 fx = _mm256_cvtepi32_ps(_mm256_add_epi32(_mm256_set1_epi32(x0 + k), lanes));
-      const __m256 xs = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(i0, fx), by), i2);
-      const __m256 ys = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(i3, fx), dy), i5);
-      const __m256 in = _mm256_and_ps(
-          _mm256_and_ps(_mm256_cmp_ps(xs, minus1, _CMP_GT_OQ), _mm256_cmp_ps(ys, minus1, _CMP_GT_OQ)),
-          _mm256_and_ps(_mm256_cmp_ps(xs, xmax, _CMP_LT_OQ), _mm256_cmp_ps(ys, ymax, _CMP_LT_OQ)));
-      const int inside = _mm256_movemask_ps(in);
+    for (; k + L::n <= n; k += L::n) {
+      const L::F fx = L::to_f(L::iadd(L::iset(x0 + k), lanes));
+      const L::F xs = L::add(L::add(L::mul(i0, fx), by), i2);
+      const L::F ys = L::add(L::add(L::mul(i3, fx), dy), i5);
+      const L::M in = L::both(L::both(L::gt(xs, minus1), L::gt(ys, minus1)), L::both(L::lt(xs, xmax), L::lt(ys, ymax)));
+      const uint32_t inside = L::bits(in);
       uint8_t *d = dst + 3 * int64_t(x0 + k);
       if (inside == 0) {
-        if (zero_outside) std::memset(d, 0, 24);
+        if (zero_outside) std::memset(d, 0, 3 * L::n);
         continue;
       }
-      const __m256i m = _mm256_castps_si256(in);
-      const __m256i X = _mm256_and_si256(_mm256_cvttps_epi32(xs), m), Y = _mm256_and_si256(_mm256_cvttps_epi32(ys), m);
-      const __m256 wx = _mm256_sub_ps(xs, _mm256_cvtepi32_ps(X)), wy = _mm256_sub_ps(ys, _mm256_cvtepi32_ps(Y));
-      const __m256 ax = _mm256_sub_ps(one, wx), ay = _mm256_sub_ps(one, wy);
-      const __m256i off = _mm256_add_epi32(_mm256_mullo_epi32(Y, stride), _mm256_mullo_epi32(X, three));
-      const __m256i off1 = _mm256_add_epi32(off, stride);
+      const L::I X = L::keep(L::trunc(xs), in), Y = L::keep(L::trunc(ys), in);
+      const L::F wx = L::sub(xs, L::to_f(X)), wy = L::sub(ys, L::to_f(Y));
+      const L::F ax = L::sub(one, wx), ay = L::sub(one, wy);
+      const L::I off = L::iadd(L::imul(Y, stride), L::imul(X, three)), off1 = L::iadd(off, stride);
       // The right neighbour is read from one byte early so no load passes the last pixel.
-      const __m256i g00 = _mm256_mask_i32gather_epi32(zero, base, off, m, 1);
-      const __m256i g01 = _mm256_srli_epi32(
-          _mm256_mask_i32gather_epi32(zero, base, _mm256_add_epi32(off, _mm256_set1_epi32(2)), m, 1), 8);
-      const __m256i g10 = _mm256_mask_i32gather_epi32(zero, base, off1, m, 1);
-      const __m256i g11 = _mm256_srli_epi32(
-          _mm256_mask_i32gather_epi32(zero, base, _mm256_add_epi32(off1, _mm256_set1_epi32(2)), m, 1), 8);
-      __m256i out = zero;
+      const L::I g00 = L::gather(base, off, in), g01 = L::gather(base, L::iadd(off, two), in);
+      const L::I g10 = L::gather(base, off1, in), g11 = L::gather(base, L::iadd(off1, two), in);
+      L::I out = L::iset(0);
       for (int c = 0; c < 3; ++c) {
-        auto chan = [&](__m256i g) { return _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(g, 8 * c), bytemask)); };
-        const __m256 top = _mm256_add_ps(_mm256_mul_ps(ax, chan(g00)), _mm256_mul_ps(wx, chan(g01)));
-        const __m256 bottom = _mm256_add_ps(_mm256_mul_ps(ax, chan(g10)), _mm256_mul_ps(wx, chan(g11)));
-        const __m256 v = _mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(ay, top), _mm256_mul_ps(wy, bottom)), half);
-        const __m256i b = _mm256_min_epi32(_mm256_max_epi32(_mm256_cvttps_epi32(v), zero), maxv);
-        out = _mm256_or_si256(out, _mm256_slli_epi32(b, 8 * c));
+        // Byte c of every word (left pixel) and byte c + 1 (right pixel), as floats.
+        const L::I left = L::iadd(L::iset(c), spread), right = L::iadd(L::iset(c + 1), spread);
+        const L::F top = L::add(L::mul(ax, L::to_f(L::shuffle(g00, left))), L::mul(wx, L::to_f(L::shuffle(g01, right))));
+        const L::F bottom =
+            L::add(L::mul(ax, L::to_f(L::shuffle(g10, left))), L::mul(wx, L::to_f(L::shuffle(g11, right))));
+        const L::F v = L::add(L::add(L::mul(ay, top), L::mul(wy, bottom)), half);
+        out = L::bor(out, L::shl(L::clamp_byte(L::trunc(v)), 8 * c));
       }
-      if (inside == 0xFF || zero_outside) {
-        const __m256i packed = _mm256_shuffle_epi8(_mm256_and_si256(out, m), pack);
-        const __m128i lo = _mm256_castsi256_si128(packed), hi = _mm256_extracti128_si256(packed, 1);
-        _mm_storeu_si128(reinterpret_cast<__m128i *>(d), lo);  // bytes 12-15 are rewritten below
-        store8(d + 12, hi);
-        store4(d + 20, _mm_srli_si128(hi, 8));
+      if (inside == kAll || zero_outside) {
+        L::store_packed(d, L::shuffle(L::keep(out, in), pack));
       } else {
-        alignas(32) int32_t px[8];
-        _mm256_store_si256(reinterpret_cast<__m256i *>(px), out);
-        for (int l = 0; l < 8; ++l)
-          if (inside & (1 << l)) std::memcpy(d + 3 * l, &px[l], 3);
+        alignas(64) int32_t px[L::n];
+        L::spill(px, out);
+        for (int l = 0; l < L::n; ++l)
+          if (inside & (1u << l)) std::memcpy(d + 3 * l, &px[l], 3);
       }
     }
   }
