@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "core/oru_scratch.h"
+#include "image/oru_homography_internal.h"
 #include "oru_image.h"
 #include "oru_pose.h"
 
@@ -22,8 +23,9 @@ double &at(oru_matrix *m, int32_t r, int32_t c) {
   return reinterpret_cast<double *>(static_cast<char *>(m->data) + m->stride * r)[c];
 }
 
-// Fills H (row-major) with the normalised direct solution; false for degenerate points.
-bool direct_solution(double H[9], const double *src, const double *dst, int32_t n) {
+}  // namespace
+
+bool oru::homography_direct_solution(double H[9], const double *src, const double *dst, int32_t n) {
   double C[2] = {0, 0}, c[2] = {0, 0};
   for (int32_t i = 0; i < n; ++i)
     for (int k = 0; k < 2; ++k) {
@@ -75,6 +77,8 @@ bool direct_solution(double H[9], const double *src, const double *dst, int32_t 
   return true;
 }
 
+namespace {
+
 // Levenberg-Marquardt on the eight free entries, with the engine's accumulated form.
 uint32_t refine(double H[9], const double *src, const double *dst, int32_t n) {
   const oru_lm_criteria criteria = {3u, 10, kEps};
@@ -121,7 +125,7 @@ ORU_API uint32_t oru_find_homography_transform(oru_matrix *result, const double 
     return ORU_RET_ERR_PARA;
   double H[9];
   // Degenerate point sets leave the result as it was.
-  if (!direct_solution(H, src_points, dst_points, count)) return ORU_RET_OK;
+  if (!oru::homography_direct_solution(H, src_points, dst_points, count)) return ORU_RET_OK;
   if (count > 4) {
     const uint32_t status = refine(H, src_points, dst_points, count);
     if (status != ORU_RET_OK) return status;

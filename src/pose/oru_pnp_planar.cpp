@@ -1,5 +1,5 @@
-// Pose from points on one plane (a marker, a board, a document): the homography from
-// the plane to the normalised image, split into a rotation and a translation, then
+// Pose from points on one plane (a marker, a board, a document): the direct homography
+// from the plane to the normalised image, split into a rotation and a translation, then
 // refined by Levenberg-Marquardt on the reprojection error of the caller's 3D points.
 // The linear estimate of the general solver breaks down here: a plane leaves its null
 // space more than one direction wide.
@@ -9,7 +9,7 @@
 
 #include "core/oru_report.h"
 #include "core/oru_scratch.h"
-#include "oru_image.h"
+#include "image/oru_homography_internal.h"
 #include "oru_pose.h"
 #include "pose/oru_pose_internal.h"
 
@@ -125,7 +125,8 @@ bool split_homography(double Rp[9], double tp[3], const double H[9]) {
 
 // Levenberg-Marquardt on the reprojection error, the pose as rotation vector and translation.
 uint32_t refine(double pose[6], const oru_matrix *obj, const oru_matrix *img, double cam[9]) {
-  const oru_lm_criteria criteria = {3u, 30, 1e-10};
+  // The general solver's criteria: the start is close, so a few steps settle it.
+  const oru_lm_criteria criteria = {3u, 20, 1.1920928955078125e-07};
   oru::Guard<oru_lm_optimizer, oru_release_lm_optimizer> lm(oru_create_lm_optimizer(6, 2 * obj->rows, &criteria, 0));
   if (!lm.get()) ORU_FAIL(ORU_RET_ERR_MEMORY);
   std::memcpy(lm->param->data, pose, 6 * sizeof(double));
@@ -187,13 +188,11 @@ ORU_API uint32_t oru_solve_planar_pnp(oru_matrix *rotation, oru_matrix *translat
     plane[2 * i + 1] = B[3] * d[0] + B[4] * d[1] + B[5] * d[2];
   }
 
-  double H[9] = {0};
-  oru_matrix hm = view(H, 3, 3);
-  status = oru_find_homography_transform(&hm, plane, norm, n);
-  if (status != ORU_RET_OK) ORU_FAIL(status);
-  double Rp[9], tp[3];
-  // The homography leaves a degenerate set's result untouched: H[8] stays 0.
-  if (H[8] != 1.0 || !split_homography(Rp, tp, H)) ORU_FAIL_MSG(ORU_RET_ERR_NOT_SUPPORT, "points are degenerate!");
+  // The direct homography is enough for a start: the refinement below minimises the
+  // reprojection error itself, so the homography's own refinement would be wasted.
+  double H[9], Rp[9], tp[3];
+  if (!oru::homography_direct_solution(H, plane, norm, n) || !split_homography(Rp, tp, H))
+    ORU_FAIL_MSG(ORU_RET_ERR_NOT_SUPPORT, "points are degenerate!");
 
   // Object frame: X -> Rp B (X - centroid) + tp = R X + t.
   double R[9], pose[6];
