@@ -61,4 +61,38 @@ void warp_affine_bilinear_c3_plain(uint8_t *dst, const uint8_t *src, int64_t src
   }
 }
 
+namespace {
+
+template <int C>
+void rotate_bilinear_row(uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh, int32_t x,
+                         int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill) {
+  uint32_t X = uint32_t(x), Y = uint32_t(y);
+  for (int32_t k = 0; k < n; ++k, X += uint32_t(step_x), Y += uint32_t(step_y), dst += C) {
+    const int32_t xi = int32_t(X) >> 11, yi = int32_t(Y) >> 11;
+    if (int32_t(X) < 0 || int32_t(Y) < 0 || xi >= sw - 1 || yi >= sh - 1) {
+      for (int c = 0; c < C; ++c) dst[c] = uint8_t(fill);
+      continue;
+    }
+    const int32_t wx = int32_t(X & 0x7FF), wy = int32_t(Y & 0x7FF);
+    const uint8_t *p0 = src + src_stride * yi + C * int64_t(xi), *p1 = p0 + src_stride;
+    for (int c = 0; c < C; ++c) {
+      const int32_t top = ((2048 - wx) * p0[c] + wx * p0[c + C]) >> 11;
+      const int32_t bottom = ((2048 - wx) * p1[c] + wx * p1[c + C]) >> 11;
+      dst[c] = uint8_t(((2048 - wy) * top + wy * bottom + 1024) >> 11);
+    }
+  }
+}
+
+}  // namespace
+
+void rotate_bilinear_row_c1_plain(uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh,
+                                  int32_t x, int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill) {
+  rotate_bilinear_row<1>(dst, src, src_stride, sw, sh, x, y, step_x, step_y, n, fill);
+}
+
+void rotate_bilinear_row_c3_plain(uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh,
+                                  int32_t x, int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill) {
+  rotate_bilinear_row<3>(dst, src, src_stride, sw, sh, x, y, step_x, step_y, n, fill);
+}
+
 }  // namespace oru

@@ -34,6 +34,15 @@ ORU_DECLARE_FORMS(transpose8_c3, const uint8_t *src, int64_t src_stride, uint8_t
 ORU_DECLARE_FORMS(warp_affine_bilinear_c3, uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw,
                   int32_t sh, const float *inv, int32_t y, int32_t x0, int32_t n, int32_t zero_outside)
 
+// One row of the fixed-point bilinear rotation: pixel k sits at (x + k step_x, y + k step_y)
+// in 11-bit fixed point (32-bit sums that wrap). Inside when x >= 0, y >= 0,
+// x >> 11 < sw - 1 and y >> 11 < sh - 1; per channel top = ((2048 - wx) p00 + wx p01) >> 11,
+// bottom likewise, value ((2048 - wy) top + wy bottom + 1024) >> 11; outside, fill.
+ORU_DECLARE_FORMS(rotate_bilinear_row_c1, uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh,
+                  int32_t x, int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill)
+ORU_DECLARE_FORMS(rotate_bilinear_row_c3, uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh,
+                  int32_t x, int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill)
+
 #undef ORU_DECLARE_FORMS
 
 }  // namespace oru

@@ -139,4 +139,69 @@ void warp_affine_bilinear_c3_neon(uint8_t *dst, const uint8_t *src, int64_t src_
   warp_affine_bilinear_c3_plain(dst, src, src_stride, sw, sh, inv, y, x0 + k, n - k, zero_outside);
 }
 
+
+namespace {
+
+// Positions and weights four lanes at a time; the neighbours are loaded lane by lane
+// (no gathers), then the two 11-bit blends run on the vectors.
+template <int C>
+void rotate_bilinear_row_neon(uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh, int32_t x,
+                              int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill) {
+  int32_t k = 0;
+  uint32_t X0 = uint32_t(x), Y0 = uint32_t(y);
+  const uint32x4_t lanes = {0, 1, 2, 3};
+  const int32x4_t wlast = vdupq_n_s32(sw - 1), hlast = vdupq_n_s32(sh - 1), frac = vdupq_n_s32(0x7FF),
+                  one = vdupq_n_s32(2048), half = vdupq_n_s32(1024);
+  for (; k + 4 <= n; k += 4) {
+    const int32x4_t X = vreinterpretq_s32_u32(vmlaq_n_u32(vdupq_n_u32(X0 + uint32_t(step_x) * uint32_t(k)), lanes, uint32_t(step_x)));
+    const int32x4_t Y = vreinterpretq_s32_u32(vmlaq_n_u32(vdupq_n_u32(Y0 + uint32_t(step_y) * uint32_t(k)), lanes, uint32_t(step_y)));
+    const int32x4_t xi = vshrq_n_s32(X, 11), yi = vshrq_n_s32(Y, 11);
+    const uint32x4_t in = vandq_u32(vandq_u32(vcgeq_s32(X, vdupq_n_s32(0)), vcgeq_s32(Y, vdupq_n_s32(0))),
+                                    vandq_u32(vcltq_s32(xi, wlast), vcltq_s32(yi, hlast)));
+    const int32x4_t wx = vandq_s32(X, frac), wy = vandq_s32(Y, frac), ax = vsubq_s32(one, wx), ay = vsubq_s32(one, wy);
+    uint32_t inside[4];
+    int32_t xs[4], ys[4];
+    vst1q_u32(inside, in);
+    vst1q_s32(xs, xi);
+    vst1q_s32(ys, yi);
+    int32_t p[C][4][4] = {};  // [channel][p00, p01, p10, p11][lane]
+    for (int l = 0; l < 4; ++l) {
+      if (!inside[l]) continue;
+      const uint8_t *p0 = src + src_stride * ys[l] + C * int64_t(xs[l]), *p1 = p0 + src_stride;
+      for (int c = 0; c < C; ++c) {
+        p[c][0][l] = p0[c];
+        p[c][1][l] = p0[c + C];
+        p[c][2][l] = p1[c];
+        p[c][3][l] = p1[c + C];
+      }
+    }
+    int32_t v[C][4];
+    for (int c = 0; c < C; ++c) {
+      const int32x4_t top = vshrq_n_s32(vmlaq_s32(vmulq_s32(ax, vld1q_s32(p[c][0])), wx, vld1q_s32(p[c][1])), 11);
+      const int32x4_t bottom = vshrq_n_s32(vmlaq_s32(vmulq_s32(ax, vld1q_s32(p[c][2])), wx, vld1q_s32(p[c][3])), 11);
+      const int32x4_t r = vshrq_n_s32(vaddq_s32(vmlaq_s32(vmulq_s32(ay, top), wy, bottom), half), 11);
+      vst1q_s32(v[c], vbslq_s32(in, r, vdupq_n_s32(fill)));
+    }
+    for (int l = 0; l < 4; ++l)
+      for (int c = 0; c < C; ++c) dst[C * (k + l) + c] = uint8_t(v[c][l]);
+  }
+  X0 += uint32_t(step_x) * uint32_t(k);
+  Y0 += uint32_t(step_y) * uint32_t(k);
+  (C == 1 ? rotate_bilinear_row_c1_plain : rotate_bilinear_row_c3_plain)(dst + C * int64_t(k), src, src_stride, sw, sh,
+                                                                        int32_t(X0), int32_t(Y0), step_x, step_y,
+                                                                        n - k, fill);
+}
+
+}  // namespace
+
+void rotate_bilinear_row_c1_neon(uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh,
+                                 int32_t x, int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill) {
+  rotate_bilinear_row_neon<1>(dst, src, src_stride, sw, sh, x, y, step_x, step_y, n, fill);
+}
+
+void rotate_bilinear_row_c3_neon(uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh,
+                                 int32_t x, int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill) {
+  rotate_bilinear_row_neon<3>(dst, src, src_stride, sw, sh, x, y, step_x, step_y, n, fill);
+}
+
 }  // namespace oru

@@ -133,6 +133,17 @@ struct Lanes {
   static I shuffle(I a, I b) { return _mm512_shuffle_epi8(a, b); }
   static I clamp_byte(I v) { return _mm512_min_epi32(_mm512_max_epi32(v, _mm512_setzero_si512()), iset(255)); }
   static I shl(I v, int s) { return _mm512_sll_epi32(v, _mm_cvtsi32_si128(s)); }
+  static M igt(I a, I b) { return _mm512_cmpgt_epi32_mask(a, b); }
+  static I srai11(I a) { return _mm512_srai_epi32(a, 11); }
+  static I iand(I a, I b) { return _mm512_and_si512(a, b); }
+  static I isub(I a, I b) { return _mm512_sub_epi32(a, b); }
+  static I madd16(I a, I b) { return _mm512_madd_epi16(a, b); }
+  static I shl16(I a) { return _mm512_slli_epi32(a, 16); }
+  static I select(M m, I a, I b) { return _mm512_mask_blend_epi32(m, b, a); }
+  // Low byte of each of the sixteen words, stored as sixteen bytes.
+  static void store_low_bytes(uint8_t *d, I v) {
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(d), _mm512_cvtepi32_epi8(v));
+  }
   static I bor(I a, I b) { return _mm512_or_si512(a, b); }
   static void spill(int32_t *out, I v) { _mm512_storeu_si512(out, v); }
   // Each 128-bit part holds 12 bytes after the pack; they are stored back to back.
@@ -179,6 +190,17 @@ struct Lanes {
   static I shuffle(I a, I b) { return _mm256_shuffle_epi8(a, b); }
   static I clamp_byte(I v) { return _mm256_min_epi32(_mm256_max_epi32(v, _mm256_setzero_si256()), iset(255)); }
   static I shl(I v, int s) { return _mm256_sll_epi32(v, _mm_cvtsi32_si128(s)); }
+  static M igt(I a, I b) { return _mm256_cmpgt_epi32(a, b); }
+  static I srai11(I a) { return _mm256_srai_epi32(a, 11); }
+  static I iand(I a, I b) { return _mm256_and_si256(a, b); }
+  static I isub(I a, I b) { return _mm256_sub_epi32(a, b); }
+  static I madd16(I a, I b) { return _mm256_madd_epi16(a, b); }
+  static I shl16(I a) { return _mm256_slli_epi32(a, 16); }
+  static I select(M m, I a, I b) { return _mm256_blendv_epi8(b, a, m); }
+  static void store_low_bytes(uint8_t *d, I v) {
+    const __m256i b = _mm256_packus_epi16(_mm256_packus_epi32(v, v), v);  // bytes 0-3 of each 128 bits
+    store8(d, _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(b, _mm256_setr_epi32(0, 4, 0, 0, 0, 0, 0, 0))));
+  }
   static I bor(I a, I b) { return _mm256_or_si256(a, b); }
   static void spill(int32_t *out, I v) { _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), v); }
   static void store_packed(uint8_t *d, I v) {
@@ -250,6 +272,84 @@ void ORU_FORM(warp_affine_bilinear_c3)(uint8_t *dst, const uint8_t *src, int64_t
     }
   }
   warp_affine_bilinear_c3_plain(dst, src, src_stride, sw, sh, inv, y, x0 + k, n - k, zero_outside);
+}
+
+
+namespace {
+
+// One body for both row kernels of the fixed-point rotation. The 16-bit multiply-add
+// pairs carry (2048 - w) p + w q exactly; the lower source row is read two bytes early
+// (one-byte pixels) so that no load passes the end of the image.
+template <int C>
+void rotate_bilinear_row_x86(uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh, int32_t x,
+                             int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill) {
+  using L = Lanes;
+  int32_t k = 0;
+  uint32_t X0 = uint32_t(x), Y0 = uint32_t(y);
+  if (sw >= 2 && sh >= 2 && src_stride * sh < (int64_t(1) << 31)) {
+    const L::I lanes = L::iota(), sx = L::iset(step_x), sy = L::iset(step_y), minus1 = L::iset(-1),
+               wlast = L::iset(sw - 1), hlast = L::iset(sh - 1), frac = L::iset(0x7FF), one = L::iset(2048),
+               stride = L::iset(int32_t(src_stride)), half = L::iset(1024), fills = L::iset(fill * (C == 1 ? 1 : 0x10101));
+    const L::I step_xn = L::iset(int32_t(uint32_t(step_x) * uint32_t(L::n))),
+               step_yn = L::iset(int32_t(uint32_t(step_y) * uint32_t(L::n)));
+    L::I X = L::iadd(L::iset(x), L::imul(lanes, sx)), Y = L::iadd(L::iset(y), L::imul(lanes, sy));
+    const int *base = reinterpret_cast<const int *>(src);
+    // Byte pairs into 16-bit halves: c1 rows give bytes 0, 1 (upper row) and 2, 3 (lower
+    // row, read two bytes early); c3 takes byte c of the pixel and byte c + 1 of the load
+    // one byte early, which is byte c of the right neighbour.
+    const L::I pair_top = L::lane_pattern(_mm_setr_epi8(0, -128, 1, -128, 4, -128, 5, -128, 8, -128, 9, -128, 12, -128, 13, -128));
+    const L::I pair_bottom = L::lane_pattern(_mm_setr_epi8(2, -128, 3, -128, 6, -128, 7, -128, 10, -128, 11, -128, 14, -128, 15, -128));
+    const L::I left = L::lane_pattern(_mm_setr_epi8(0, -128, -128, -128, 4, -128, -128, -128, 8, -128, -128, -128, 12, -128, -128, -128));
+    const L::I right = L::lane_pattern(_mm_setr_epi8(-128, -128, 1, -128, -128, -128, 5, -128, -128, -128, 9, -128, -128, -128, 13, -128));
+    const L::I pack = L::lane_pattern(_mm_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
+    for (; k + L::n <= n; k += L::n, X = L::iadd(X, step_xn), Y = L::iadd(Y, step_yn)) {
+      const L::I xi = L::srai11(X), yi = L::srai11(Y);
+      const L::M in = L::both(L::both(L::igt(X, minus1), L::igt(Y, minus1)), L::both(L::igt(wlast, xi), L::igt(hlast, yi)));
+      const L::I wx = L::iand(X, frac), wy = L::iand(Y, frac);
+      const L::I wxp = L::bor(L::isub(one, wx), L::shl16(wx));
+      const L::I wyp = L::bor(L::isub(one, wy), L::shl16(wy));
+      const L::I off = L::iadd(L::imul(L::keep(yi, in), stride), L::imul(L::keep(xi, in), L::iset(C)));
+      const L::I off1 = L::iadd(off, stride);
+      L::I out;
+      if (C == 1) {
+        const L::I g0 = L::gather(base, off, in), g1 = L::gather(base, L::iadd(off1, L::iset(-2)), in);
+        const L::I top = L::srai11(L::madd16(L::shuffle(g0, pair_top), wxp));
+        const L::I bottom = L::srai11(L::madd16(L::shuffle(g1, pair_bottom), wxp));
+        out = L::srai11(L::iadd(L::madd16(L::bor(top, L::shl16(bottom)), wyp), half));
+        L::store_low_bytes(dst + k, L::select(in, out, fills));
+      } else {
+        const L::I two = L::iset(2);
+        const L::I g00 = L::gather(base, off, in), g01 = L::gather(base, L::iadd(off, two), in);
+        const L::I g10 = L::gather(base, off1, in), g11 = L::gather(base, L::iadd(off1, two), in);
+        out = L::iset(0);
+        for (int c = 0; c < 3; ++c) {
+          const L::I lc = L::iadd(left, L::iset(c)), rc = L::iadd(right, L::iset(c << 16));
+          const L::I top = L::srai11(L::madd16(L::bor(L::shuffle(g00, lc), L::shuffle(g01, rc)), wxp));
+          const L::I bottom = L::srai11(L::madd16(L::bor(L::shuffle(g10, lc), L::shuffle(g11, rc)), wxp));
+          const L::I v = L::srai11(L::iadd(L::madd16(L::bor(top, L::shl16(bottom)), wyp), half));
+          out = L::bor(out, L::shl(v, 8 * c));
+        }
+        L::store_packed(dst + 3 * int64_t(k), L::shuffle(L::select(in, out, fills), pack));
+      }
+    }
+    X0 += uint32_t(step_x) * uint32_t(k);
+    Y0 += uint32_t(step_y) * uint32_t(k);
+  }
+  (C == 1 ? rotate_bilinear_row_c1_plain : rotate_bilinear_row_c3_plain)(dst + C * int64_t(k), src, src_stride, sw, sh,
+                                                                        int32_t(X0), int32_t(Y0), step_x, step_y,
+                                                                        n - k, fill);
+}
+
+}  // namespace
+
+void ORU_FORM(rotate_bilinear_row_c1)(uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh,
+                                      int32_t x, int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill) {
+  rotate_bilinear_row_x86<1>(dst, src, src_stride, sw, sh, x, y, step_x, step_y, n, fill);
+}
+
+void ORU_FORM(rotate_bilinear_row_c3)(uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh,
+                                      int32_t x, int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill) {
+  rotate_bilinear_row_x86<3>(dst, src, src_stride, sw, sh, x, y, step_x, step_y, n, fill);
 }
 
 }  // namespace oru

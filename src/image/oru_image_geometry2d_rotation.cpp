@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "core/oru_report.h"
+#include "image/oru_geometry_kernels.h"
 #include "image/oru_image_geometry2d_internal.h"
 #include "image/oru_image_internal.h"
 
@@ -32,51 +33,45 @@ Mapping make_mapping(int32_t dw, int32_t dh, float scale_x, float scale_y, float
 
 int32_t to_fixed(float v) { return int32_t(std::lrint(v * 2048.0f)); }
 
-// Fixed-point stepping over the destination; the sampler gets (X, Y) and the pixel. The
-// sums wrap as 32-bit integers would.
-template <typename Sample>
-void fixed_point_walk(uint8_t *dst, int32_t dw, int32_t dh, int32_t dstride, int32_t channels, const Mapping &m,
-                      Sample sample) {
-  const uint32_t cx = uint32_t(to_fixed(m.a)), cy = uint32_t(to_fixed(m.b));
+// Fixed-point stepping over the destination: each row gets the position of its first
+// pixel and the column increments; rows advance by the row increments. The sums wrap as
+// 32-bit integers would.
+template <typename Row>
+void fixed_point_rows(int32_t dh, const Mapping &m, Row row) {
+  const int32_t cx = to_fixed(m.a), cy = to_fixed(m.b);
   const uint32_t rx = uint32_t(to_fixed(0.0f - m.e)), ry = uint32_t(to_fixed(m.d));
   uint32_t row_x = uint32_t(to_fixed(m.source_x(0.0f - m.half_w, 0.0f - m.half_h)));
   uint32_t row_y = uint32_t(to_fixed(m.source_y(0.0f - m.half_w, 0.0f - m.half_h)));
-  for (int32_t y = 0; y < dh; ++y, row_x += rx, row_y += ry) {
-    uint8_t *d = dst + int64_t(y) * dstride;
-    uint32_t X = row_x, Y = row_y;
-    for (int32_t x = 0; x < dw; ++x, X += cx, Y += cy, d += channels) sample(int32_t(X), int32_t(Y), d);
-  }
+  for (int32_t y = 0; y < dh; ++y, row_x += rx, row_y += ry) row(y, int32_t(row_x), int32_t(row_y), cx, cy);
 }
 
 template <int C>
 void rotate_bilinear(uint8_t *dst, int32_t dw, int32_t dh, int32_t dstride, const uint8_t *src, int32_t sw,
                      int32_t sh, int32_t sstride, uint8_t fill, const Mapping &m) {
-  fixed_point_walk(dst, dw, dh, dstride, C, m, [&](int32_t X, int32_t Y, uint8_t *d) {
-    if (X < 0 || Y < 0 || (X >> kFrac) >= sw - 1 || (Y >> kFrac) >= sh - 1) {
-      for (int k = 0; k < C; ++k) d[k] = fill;
-      return;
-    }
-    const int32_t wx = X & 0x7FF, wy = Y & 0x7FF;
-    const uint8_t *p0 = src + int64_t(Y >> kFrac) * sstride + C * int64_t(X >> kFrac), *p1 = p0 + sstride;
-    for (int k = 0; k < C; ++k) {
-      const int32_t top = ((2048 - wx) * p0[k] + wx * p0[k + C]) >> kFrac;
-      const int32_t bottom = ((2048 - wx) * p1[k] + wx * p1[k + C]) >> kFrac;
-      d[k] = uint8_t(((2048 - wy) * top + wy * bottom + 1024) >> kFrac);
-    }
+  static const auto row_c1 = pick(ORU_KERNEL_FORMS(rotate_bilinear_row_c1));
+  static const auto row_c3 = pick(ORU_KERNEL_FORMS(rotate_bilinear_row_c3));
+  const auto row = C == 1 ? row_c1 : row_c3;
+  fixed_point_rows(dh, m, [&](int32_t y, int32_t X, int32_t Y, int32_t cx, int32_t cy) {
+    row(dst + int64_t(y) * dstride, src, sstride, sw, sh, X, Y, cx, cy, dw, fill);
   });
 }
 
 void rotate_nearest_c3(uint8_t *dst, int32_t dw, int32_t dh, int32_t dstride, const uint8_t *src, int32_t sw,
                        int32_t sh, int32_t sstride, const Mapping &m) {
-  fixed_point_walk(dst, dw, dh, dstride, 3, m, [&](int32_t X, int32_t Y, uint8_t *d) {
-    if (X < -1024 || Y < -1024 || ((X + 1024) >> kFrac) >= sw || ((Y + 1024) >> kFrac) >= sh) {
-      d[0] = d[1] = d[2] = 0;
-      return;
+  fixed_point_rows(dh, m, [&](int32_t y, int32_t x0, int32_t y0, int32_t cx, int32_t cy) {
+    uint8_t *d = dst + int64_t(y) * dstride;
+    uint32_t X = uint32_t(x0), Y = uint32_t(y0);
+    for (int32_t x = 0; x < dw; ++x, X += uint32_t(cx), Y += uint32_t(cy), d += 3) {
+      const int32_t xs = int32_t(X), ys = int32_t(Y);
+      if (xs < -1024 || ys < -1024 || ((xs + 1024) >> kFrac) >= sw || ((ys + 1024) >> kFrac) >= sh) {
+        d[0] = d[1] = d[2] = 0;
+        continue;
+      }
+      const uint8_t *p = src + int64_t((ys + 1024) >> kFrac) * sstride + 3 * int64_t((xs + 1024) >> kFrac);
+      d[0] = p[0];
+      d[1] = p[1];
+      d[2] = p[2];
     }
-    const uint8_t *p = src + int64_t((Y + 1024) >> kFrac) * sstride + 3 * int64_t((X + 1024) >> kFrac);
-    d[0] = p[0];
-    d[1] = p[1];
-    d[2] = p[2];
   });
 }
 

@@ -251,6 +251,7 @@ TEST(ImageGeometryKernels, VectorFormsMatchPlain) {
   const auto m1 = ORU_KERNEL_FORMS(mirror_row_c1), m3 = ORU_KERNEL_FORMS(mirror_row_c3);
   const auto t1 = ORU_KERNEL_FORMS(transpose8_c1), t3 = ORU_KERNEL_FORMS(transpose8_c3);
   const auto warp = ORU_KERNEL_FORMS(warp_affine_bilinear_c3);
+  const auto rot1 = ORU_KERNEL_FORMS(rotate_bilinear_row_c1), rot3 = ORU_KERNEL_FORMS(rotate_bilinear_row_c3);
   for (int32_t n : {0, 1, 5, 6, 7, 11, 15, 16, 17, 31, 32, 33, 47, 63, 64, 65, 100, 257}) {
     for (int ch : {1, 3}) {
       const auto &forms = ch == 1 ? m1 : m3;
@@ -282,6 +283,20 @@ TEST(ImageGeometryKernels, VectorFormsMatchPlain) {
     const int32_t sw = 3 + int32_t(gen() % 40), sh = 2 + int32_t(gen() % 30);
     const auto src = bytes(size_t(sw) * 3 * sh + 7);
     std::uniform_real_distribution<float> a(-1.5f, 1.5f), shift(-10.0f, 30.0f);
+    // Fixed-point rows that start outside, cross the source and leave it again.
+    std::uniform_int_distribution<int32_t> start(-20 * 2048, 50 * 2048), step(-3000, 3000);
+    for (int trial = 0; trial < 4; ++trial)
+      for (int ch : {1, 3}) {
+        const auto &forms = ch == 1 ? rot1 : rot3;
+        const int32_t x = start(gen), y = start(gen) / 2, sx = step(gen), sy = step(gen), fill = int32_t(gen() % 256);
+        std::vector<uint8_t> want_r(size_t(n) * ch + 2, 0x11);
+        forms.plain(want_r.data(), src.data(), int64_t(sw) * 3, sw, sh, x, y, sx, sy, n, fill);
+        for_each_runnable_form(forms, [&](Isa isa, auto fn) {
+          std::vector<uint8_t> got(size_t(n) * ch + 2, 0x11);
+          fn(got.data(), src.data(), int64_t(sw) * 3, sw, sh, x, y, sx, sy, n, fill);
+          EXPECT_EQ(got, want_r) << "rotation row " << isa_name(isa) << " n=" << n << " c" << ch << " trial " << trial;
+        });
+      }
     for (int trial = 0; trial < 4; ++trial) {
       const float inv[6] = {a(gen), a(gen) * 0.5f, shift(gen), a(gen) * 0.5f, a(gen), shift(gen)};
       const int32_t y = int32_t(gen() % 40), x0 = int32_t(gen() % 5);
