@@ -13,7 +13,7 @@ namespace {
 
 inline __m128i load16(const uint8_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
 inline void store8(uint8_t *p, __m128i v) { _mm_storel_epi64(reinterpret_cast<__m128i *>(p), v); }
-inline void store8_high(uint8_t *p, __m128i v) { _mm_storeh_pd(reinterpret_cast<double *>(p), _mm_castsi128_pd(v)); }
+inline void store8_high(uint8_t *p, __m128i v) { store8(p, _mm_unpackhi_epi64(v, v)); }
 inline void store4(uint8_t *p, __m128i v) {
   const int32_t w = _mm_cvtsi128_si32(v);
   std::memcpy(p, &w, 4);
