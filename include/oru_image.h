@@ -109,7 +109,8 @@ ORU_API uint32_t oru_precompute_rotated_image_size(int32_t *out_width, int32_t *
  * (0, or 16 for luma and 128 for chroma). */
 ORU_API uint32_t oru_image_rotation(oru_image *dst, const oru_image *src, const oru_rotation_params *params);
 /* degrees 0, 90 (clockwise), 180 or 270; flip non-zero reads the source bottom row first.
- * For 90 and 270 the destination has width and height swapped. 1- and 3-byte pixels. */
+ * For 90 and 270 the destination has width and height swapped (another shape is refused
+ * with status 1). 1- and 3-byte pixels; 0 and 180 may work in place. */
 ORU_API uint32_t oru_image_rotation_with_special_degree(oru_image *dst, const oru_image *src, int32_t degrees,
                                                         int32_t flip);
 /* Even origin (x, y) and size (width, height) of the image within margins given in

@@ -67,6 +67,8 @@ extern "C" {
 ORU_API uint32_t oru_deformation_rbfmap(oru_matrix *out, const oru_matrix *in, const float *q, const float *p,
                                         int32_t n, float lambda, float sigma) {
   if (!out || !in || !out->data || !in->data || !q || !p) return ORU_RET_ERR_PARA;
+  // No points is an empty working block, which the allocator refuses.
+  if (n < 1) return ORU_RET_ERR_MEMORY;
   // One block: the kernel matrix and its factor, and the per-point vectors.
   const int64_t bytes = 36 * int64_t(n) + 8 * int64_t(n) * n;
   float *block = static_cast<float *>(oru_malloc(bytes));

@@ -106,9 +106,14 @@ ORU_API uint32_t oru_image_rotation_with_special_degree(oru_image *dst, const or
   // Planar layouts have no pixels of `channels` bytes to move.
   if ((ch != 1 && ch != 3) || !pixel_interleaved(src->format) || !pixel_interleaved(dst->format))
     return ORU_RET_ERR_NOT_SUPPORT;
+  if (degrees != 0 && degrees != 90 && degrees != 180 && degrees != 270) return ORU_RET_ERR_NOT_SUPPORT;
+  const int32_t rows = src->rows, cols = src->cols;
+  // A destination of another shape would be written past its end.
+  const bool quarter = degrees == 90 || degrees == 270;
+  if (dst->channels != ch || dst->rows != (quarter ? cols : rows) || dst->cols != (quarter ? rows : cols))
+    ORU_FAIL_MSG(ORU_RET_ERR_PARA, "Your input params are wrong!");
   const uint8_t *s = static_cast<const uint8_t *>(src->data);
   uint8_t *d = static_cast<uint8_t *>(dst->data);
-  const int32_t rows = src->rows, cols = src->cols;
   const int64_t ss = src->stride, ds = dst->stride;
   // With flip the source is read bottom row first.
   const uint8_t *s_flip = s + ss * (rows - 1);

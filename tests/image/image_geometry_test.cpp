@@ -73,6 +73,7 @@ TEST(ImageGeometry, QuarterTurnsAndMirrorsMatchNumpy) {
   ImagePtr four = make_image(kW, kH, ORU_IMAGE_FORMAT_3), four_out = make_image(kW, kH, ORU_IMAGE_FORMAT_3);
   EXPECT_EQ(oru_image_rotation_with_special_degree(four_out.get(), four.get(), 90, 0), ORU_RET_ERR_NOT_SUPPORT);
   testing::internal::CaptureStdout();
+  EXPECT_EQ(oru_image_rotation_with_special_degree(dst.get(), s.bgr.get(), 90, 0), ORU_RET_ERR_PARA);  // not turned
   EXPECT_EQ(oru_image_horizontal_flip(four_out.get(), four.get()), ORU_RET_ERR_PARA);
   EXPECT_NE(testing::internal::GetCapturedStdout().find("can not support!"), std::string::npos);
   testing::internal::CaptureStdout();
