@@ -62,12 +62,12 @@ void rotate_nearest_c3(uint8_t *dst, int32_t dw, int32_t dh, int32_t dstride, co
     uint8_t *d = dst + int64_t(y) * dstride;
     uint32_t X = uint32_t(x0), Y = uint32_t(y0);
     for (int32_t x = 0; x < dw; ++x, X += uint32_t(cx), Y += uint32_t(cy), d += 3) {
-      const int32_t xs = int32_t(X), ys = int32_t(Y);
+      const int64_t xs = int32_t(X), ys = int32_t(Y);
       if (xs < -1024 || ys < -1024 || ((xs + 1024) >> kFrac) >= sw || ((ys + 1024) >> kFrac) >= sh) {
         d[0] = d[1] = d[2] = 0;
         continue;
       }
-      const uint8_t *p = src + int64_t((ys + 1024) >> kFrac) * sstride + 3 * int64_t((xs + 1024) >> kFrac);
+      const uint8_t *p = src + ((ys + 1024) >> kFrac) * sstride + 3 * ((xs + 1024) >> kFrac);
       d[0] = p[0];
       d[1] = p[1];
       d[2] = p[2];
