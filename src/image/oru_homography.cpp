@@ -91,8 +91,9 @@ uint32_t refine(double H[9], const double *src, const double *dst, int32_t n) {
     const uint32_t go = oru_lm_optimizer_update_alt(&param, &JtJ, &JtErr, &err_norm, lm.get());
     std::memcpy(H, param->data, 8 * sizeof(double));
     if (!go) break;
+    // Sums over the points in registers; the engine handed the matrices out zeroed.
     const double *h = H;
-    double *jte = JtErr ? static_cast<double *>(JtErr->data) : nullptr;
+    double jtj[8][8] = {}, jte[8] = {}, norm = 0.0;
     for (int32_t i = 0; i < n; ++i) {
       const double Mx = src[2 * i], My = src[2 * i + 1];
       double w = h[6] * Mx + h[7] * My + 1.0;
@@ -103,12 +104,20 @@ uint32_t refine(double H[9], const double *src, const double *dst, int32_t n) {
         const double jx[8] = {Mx * w, My * w, w, 0, 0, 0, -Mx * w * xi, -My * w * xi};
         const double jy[8] = {0, 0, 0, Mx * w, My * w, w, -Mx * w * yi, -My * w * yi};
         for (int j = 0; j < 8; ++j) {
-          for (int k = j; k < 8; ++k) at(JtJ, j, k) += jx[j] * jx[k] + jy[j] * jy[k];
+          for (int k = j; k < 8; ++k) jtj[j][k] += jx[j] * jx[k] + jy[j] * jy[k];
           jte[j] += jx[j] * ex + jy[j] * ey;
         }
       }
-      if (err_norm) *err_norm += ex * ex + ey * ey;
+      norm += ex * ex + ey * ey;
     }
+    if (JtJ) {
+      double *e = static_cast<double *>(JtErr->data);
+      for (int j = 0; j < 8; ++j) {
+        for (int k = j; k < 8; ++k) at(JtJ, j, k) += jtj[j][k];
+        e[j] += jte[j];
+      }
+    }
+    if (err_norm) *err_norm += norm;
   }
   H[8] = 1.0;
   return ORU_RET_OK;
