@@ -29,7 +29,7 @@ def save(name, *arrays):
 
 
 def fmt(values):
-    return " ".join(repr(float(v)) for v in np.ravel(values))
+    return " ".join("%.12g" % v for v in np.ravel(values))
 
 
 # ---- quarter turns, mirror, transposition, crop ----
