@@ -61,6 +61,23 @@ void warp_affine_bilinear_c3_plain(uint8_t *dst, const uint8_t *src, int64_t src
   }
 }
 
+void rbf_map_row_plain(float *out, const float *in, int32_t m, const float *p, const float *w, int32_t n, float a) {
+  for (int32_t e = 0; e < m; ++e) {
+    const float x0 = in[2 * e], y = in[2 * e + 1];
+    const float x = x0 < 1.0f ? x0 : 1.0f;
+    float dx = 0.0f, dy = 0.0f;
+    for (int32_t i = 0; i < n; ++i) {
+      const float ex = x - p[2 * i], ey = y - p[2 * i + 1];
+      const float k = rbf_fast_exp(-a * (ex * ex + ey * ey));
+      dx += k * w[2 * i];
+      dy += k * w[2 * i + 1];
+    }
+    const float ox = x + dx, oy = y + dy;
+    out[2 * e] = ox < 0.0f ? 0.0f : ox > 1.0f ? 1.0f : ox;
+    out[2 * e + 1] = oy < 0.0f ? 0.0f : oy > 1.0f ? 1.0f : oy;
+  }
+}
+
 namespace {
 
 template <int C>

@@ -4,6 +4,7 @@
 #define ORU_GEOMETRY_KERNELS_H
 
 #include <cstdint>
+#include <cstring>
 
 #include "core/oru_dispatch.h"
 
@@ -43,7 +44,30 @@ ORU_DECLARE_FORMS(rotate_bilinear_row_c1, uint8_t *dst, const uint8_t *src, int6
 ORU_DECLARE_FORMS(rotate_bilinear_row_c3, uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh,
                   int32_t x, int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill)
 
+// One row of the radial-basis map: m elements of x, y pairs from in to out. With x
+// capped at 1, each element moves by the sum over the n points of E(-a |(x, y) - p_i|^2) w_i
+// (summed in the order of i) and is clamped to 0 to 1. E is the fast exponential below.
+ORU_DECLARE_FORMS(rbf_map_row, float *out, const float *in, int32_t m, const float *p, const float *w, int32_t n,
+                  float a)
+
 #undef ORU_DECLARE_FORMS
+
+// exp(t) for t >= -40 (smaller t is taken as -40): 2^k times a polynomial on the rest,
+// with the exponent added to the bit pattern. The vector forms repeat it operation by
+// operation; internal linkage keeps each object's copy its own.
+static inline float rbf_fast_exp(float t) {
+  t = t < -40.0f ? -40.0f : t;
+  const int32_t k = int32_t(t * 1.442695f);
+  const float f = t - 0.6931472f * float(k), g = f * f;
+  const float P = f * 1.0000001f + 1.0f + g * (f * 0.1666657f + 0.5000006f) +
+                  g * g * (f * 0.008336937f + 0.04165989f + g * (f * 0.00019578093f + 0.0014122663f));
+  uint32_t bits;
+  std::memcpy(&bits, &P, sizeof(bits));
+  bits += uint32_t(k) << 23;
+  float r;
+  std::memcpy(&r, &bits, sizeof(r));
+  return r;
+}
 
 }  // namespace oru
 

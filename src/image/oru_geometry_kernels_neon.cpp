@@ -204,4 +204,44 @@ void rotate_bilinear_row_c3_neon(uint8_t *dst, const uint8_t *src, int64_t src_s
   rotate_bilinear_row_neon<3>(dst, src, src_stride, sw, sh, x, y, step_x, step_y, n, fill);
 }
 
+
+void rbf_map_row_neon(float *out, const float *in, int32_t m, const float *p, const float *w, int32_t n, float a) {
+  // The plain form's operations in its order, four elements at once, with separate
+  // multiplies and adds. NaN falls through the comparisons as in the plain form.
+  const float32x4_t neg_a = vdupq_n_f32(-a), lo = vdupq_n_f32(-40.0f), one = vdupq_n_f32(1.0f), zero = vdupq_n_f32(0.0f);
+  auto clamp01 = [&](float32x4_t v) {
+    v = vbslq_f32(vcltq_f32(v, zero), zero, v);
+    return vbslq_f32(vcgtq_f32(v, one), one, v);
+  };
+  int32_t e = 0;
+  for (; e + 4 <= m; e += 4) {
+    const float32x4x2_t xy = vld2q_f32(in + 2 * e);
+    const float32x4_t x = vbslq_f32(vcltq_f32(xy.val[0], one), xy.val[0], one), y = xy.val[1];
+    float32x4_t dx = zero, dy = zero;
+    for (int32_t i = 0; i < n; ++i) {
+      const float32x4_t ex = vsubq_f32(x, vdupq_n_f32(p[2 * i])), ey = vsubq_f32(y, vdupq_n_f32(p[2 * i + 1]));
+      float32x4_t t = vmulq_f32(neg_a, vaddq_f32(vmulq_f32(ex, ex), vmulq_f32(ey, ey)));
+      t = vbslq_f32(vcltq_f32(t, lo), lo, t);
+      const int32x4_t k = vcvtq_s32_f32(vmulq_f32(t, vdupq_n_f32(1.442695f)));
+      const float32x4_t f = vsubq_f32(t, vmulq_f32(vdupq_n_f32(0.6931472f), vcvtq_f32_s32(k))), g = vmulq_f32(f, f);
+      const float32x4_t head =
+          vaddq_f32(vaddq_f32(vmulq_f32(f, vdupq_n_f32(1.0000001f)), one),
+                    vmulq_f32(g, vaddq_f32(vmulq_f32(f, vdupq_n_f32(0.1666657f)), vdupq_n_f32(0.5000006f))));
+      const float32x4_t tail =
+          vaddq_f32(vaddq_f32(vmulq_f32(f, vdupq_n_f32(0.008336937f)), vdupq_n_f32(0.04165989f)),
+                    vmulq_f32(g, vaddq_f32(vmulq_f32(f, vdupq_n_f32(0.00019578093f)), vdupq_n_f32(0.0014122663f))));
+      const float32x4_t P = vaddq_f32(head, vmulq_f32(vmulq_f32(g, g), tail));
+      const float32x4_t kv =
+          vreinterpretq_f32_s32(vaddq_s32(vreinterpretq_s32_f32(P), vshlq_n_s32(k, 23)));
+      dx = vaddq_f32(dx, vmulq_f32(kv, vdupq_n_f32(w[2 * i])));
+      dy = vaddq_f32(dy, vmulq_f32(kv, vdupq_n_f32(w[2 * i + 1])));
+    }
+    float32x4x2_t o;
+    o.val[0] = clamp01(vaddq_f32(x, dx));
+    o.val[1] = clamp01(vaddq_f32(y, dy));
+    vst2q_f32(out + 2 * e, o);
+  }
+  rbf_map_row_plain(out + 2 * e, in + 2 * e, m - e, p, w, n, a);
+}
+
 }  // namespace oru

@@ -144,6 +144,23 @@ struct Lanes {
   static void store_low_bytes(uint8_t *d, I v) {
     _mm_storeu_si128(reinterpret_cast<__m128i *>(d), _mm512_cvtepi32_epi8(v));
   }
+  static F fmin(F a, F b) { return _mm512_min_ps(a, b); }
+  static F fmax(F a, F b) { return _mm512_max_ps(a, b); }
+  static I bits_of(F a) { return _mm512_castps_si512(a); }
+  static F from_bits(I a) { return _mm512_castsi512_ps(a); }
+  static I shl23(I a) { return _mm512_slli_epi32(a, 23); }
+  // Sixteen x, y pairs split into x and y, and joined back.
+  static void load_xy(const float *p, F &x, F &y) {
+    const F a = _mm512_loadu_ps(p), b = _mm512_loadu_ps(p + 16);
+    const I even = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+    x = _mm512_permutex2var_ps(a, even, b);
+    y = _mm512_permutex2var_ps(a, _mm512_add_epi32(even, iset(1)), b);
+  }
+  static void store_xy(float *p, F x, F y) {
+    const I lo = _mm512_setr_epi32(0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23);
+    _mm512_storeu_ps(p, _mm512_permutex2var_ps(x, lo, y));
+    _mm512_storeu_ps(p + 16, _mm512_permutex2var_ps(x, _mm512_add_epi32(lo, iset(8)), y));
+  }
   static I bor(I a, I b) { return _mm512_or_si512(a, b); }
   static void spill(int32_t *out, I v) { _mm512_storeu_si512(out, v); }
   // Each 128-bit part holds 12 bytes after the pack; they are stored back to back.
@@ -200,6 +217,21 @@ struct Lanes {
   static void store_low_bytes(uint8_t *d, I v) {
     const __m256i b = _mm256_packus_epi16(_mm256_packus_epi32(v, v), v);  // bytes 0-3 of each 128 bits
     store8(d, _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(b, _mm256_setr_epi32(0, 4, 0, 0, 0, 0, 0, 0))));
+  }
+  static F fmin(F a, F b) { return _mm256_min_ps(a, b); }
+  static F fmax(F a, F b) { return _mm256_max_ps(a, b); }
+  static I bits_of(F a) { return _mm256_castps_si256(a); }
+  static F from_bits(I a) { return _mm256_castsi256_ps(a); }
+  static I shl23(I a) { return _mm256_slli_epi32(a, 23); }
+  static void load_xy(const float *p, F &x, F &y) {
+    const F a = _mm256_loadu_ps(p), b = _mm256_loadu_ps(p + 8);
+    x = _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(a, b, 0x88)), 0xD8));
+    y = _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(a, b, 0xDD)), 0xD8));
+  }
+  static void store_xy(float *p, F x, F y) {
+    const F lo = _mm256_unpacklo_ps(x, y), hi = _mm256_unpackhi_ps(x, y);
+    _mm256_storeu_ps(p, _mm256_permute2f128_ps(lo, hi, 0x20));
+    _mm256_storeu_ps(p + 8, _mm256_permute2f128_ps(lo, hi, 0x31));
   }
   static I bor(I a, I b) { return _mm256_or_si256(a, b); }
   static void spill(int32_t *out, I v) { _mm256_storeu_si256(reinterpret_cast<__m256i *>(out), v); }
@@ -350,6 +382,38 @@ void ORU_FORM(rotate_bilinear_row_c1)(uint8_t *dst, const uint8_t *src, int64_t 
 void ORU_FORM(rotate_bilinear_row_c3)(uint8_t *dst, const uint8_t *src, int64_t src_stride, int32_t sw, int32_t sh,
                                       int32_t x, int32_t y, int32_t step_x, int32_t step_y, int32_t n, int32_t fill) {
   rotate_bilinear_row_x86<3>(dst, src, src_stride, sw, sh, x, y, step_x, step_y, n, fill);
+}
+
+
+void ORU_FORM(rbf_map_row)(float *out, const float *in, int32_t m, const float *p, const float *w, int32_t n, float a) {
+  using L = Lanes;
+  // The plain form's operations in its order, on L::n elements at once. The operands of
+  // min and max are ordered so that NaN gets the plain form's answer (the second wins).
+  const L::F neg_a = L::fset(-a), lo = L::fset(-40.0f), one = L::fset(1.0f), zero = L::fset(0.0f);
+  const L::F c_log2e = L::fset(1.442695f), c_ln2 = L::fset(0.6931472f), c1 = L::fset(1.0000001f),
+             c2 = L::fset(0.1666657f), c3 = L::fset(0.5000006f), c4 = L::fset(0.008336937f), c5 = L::fset(0.04165989f),
+             c6 = L::fset(0.00019578093f), c7 = L::fset(0.0014122663f);
+  int32_t e = 0;
+  for (; e + L::n <= m; e += L::n) {
+    L::F x, y;
+    L::load_xy(in + 2 * e, x, y);
+    x = L::fmin(x, one);
+    L::F dx = zero, dy = zero;
+    for (int32_t i = 0; i < n; ++i) {
+      const L::F ex = L::sub(x, L::fset(p[2 * i])), ey = L::sub(y, L::fset(p[2 * i + 1]));
+      const L::F t = L::fmax(lo, L::mul(neg_a, L::add(L::mul(ex, ex), L::mul(ey, ey))));
+      const L::I k = L::trunc(L::mul(t, c_log2e));
+      const L::F f = L::sub(t, L::mul(c_ln2, L::to_f(k))), g = L::mul(f, f);
+      const L::F head = L::add(L::add(L::mul(f, c1), one), L::mul(g, L::add(L::mul(f, c2), c3)));
+      const L::F tail = L::add(L::add(L::mul(f, c4), c5), L::mul(g, L::add(L::mul(f, c6), c7)));
+      const L::F P = L::add(head, L::mul(L::mul(g, g), tail));
+      const L::F kv = L::from_bits(L::iadd(L::bits_of(P), L::shl23(k)));
+      dx = L::add(dx, L::mul(kv, L::fset(w[2 * i])));
+      dy = L::add(dy, L::mul(kv, L::fset(w[2 * i + 1])));
+    }
+    L::store_xy(out + 2 * e, L::fmin(one, L::fmax(zero, L::add(x, dx))), L::fmin(one, L::fmax(zero, L::add(y, dy))));
+  }
+  rbf_map_row_plain(out + 2 * e, in + 2 * e, m - e, p, w, n, a);
 }
 
 }  // namespace oru

@@ -4,26 +4,10 @@
 #include <cmath>
 #include <cstring>
 
+#include "image/oru_geometry_kernels.h"
 #include "oru_image.h"
 
 namespace {
-
-// exp(t) for t >= -40 (smaller t is taken as -40): 2^k times a polynomial on the rest.
-inline float fast_exp(float t) {
-  t = t < -40.0f ? -40.0f : t;
-  const int32_t k = int32_t(t * 1.442695f);
-  const float f = t - 0.6931472f * float(k), g = f * f;
-  const float P = f * 1.0000001f + 1.0f + g * (f * 0.1666657f + 0.5000006f) +
-                  g * g * (f * 0.008336937f + 0.04165989f + g * (f * 0.00019578093f + 0.0014122663f));
-  uint32_t bits;
-  std::memcpy(&bits, &P, sizeof(bits));
-  bits += uint32_t(k) << 23;
-  float r;
-  std::memcpy(&r, &bits, sizeof(r));
-  return r;
-}
-
-inline float clamp01(float v) { return v < 0.0f ? 0.0f : v > 1.0f ? 1.0f : v; }
 
 // Weights w solving (K + lambda I) w = d by Cholesky with stored reciprocal pivots; an
 // ill-conditioned kernel keeps w = d.
@@ -69,42 +53,41 @@ ORU_API uint32_t oru_deformation_rbfmap(oru_matrix *out, const oru_matrix *in, c
   if (!out || !in || !out->data || !in->data || !q || !p) return ORU_RET_ERR_PARA;
   // No points is an empty working block, which the allocator refuses.
   if (n < 1) return ORU_RET_ERR_MEMORY;
-  // One block: the kernel matrix and its factor, and the per-point vectors.
+  // One block: the kernel matrix (factored in place) and the per-point vectors.
   const int64_t bytes = 36 * int64_t(n) + 8 * int64_t(n) * n;
   float *block = static_cast<float *>(oru_malloc(bytes));
   if (!block) return ORU_RET_ERR_MEMORY;
-  float *K = block, *d = K + int64_t(n) * n, *w = d + 2 * n, *z = w + 2 * n, *rdiag = z + 2 * n, *k = rdiag + n;
+  float *K = block, *d = K + int64_t(n) * n, *w = d + 2 * n, *z = w + 2 * n, *rdiag = z + 2 * n;
   const float a = 1.0f / (sigma * sigma);
   for (int32_t i = 0; i < n; ++i) {
     d[2 * i] = q[2 * i] - p[2 * i];
     d[2 * i + 1] = q[2 * i + 1] - p[2 * i + 1];
     for (int32_t j = 0; j < n; ++j) {
       const float dx = p[2 * j] - p[2 * i], dy = p[2 * j + 1] - p[2 * i + 1];
-      K[int64_t(i) * n + j] = fast_exp(-a * (dx * dx + dy * dy));
+      K[int64_t(i) * n + j] = oru::rbf_fast_exp(-a * (dx * dx + dy * dy));
     }
     K[int64_t(i) * n + i] += lambda;
   }
   solve_weights(K, rdiag, w, d, z, n);
+  static const auto map_row = oru::pick(ORU_KERNEL_FORMS(oru::rbf_map_row));
   const int32_t rows = in->rows, cols = in->cols;
-  for (int32_t r = 0; r < rows; ++r) {
+  for (int32_t r = 0; cols > 0 && r < rows; ++r) {
     const float *src = reinterpret_cast<const float *>(static_cast<const char *>(in->data) + in->stride * r);
     float *dst = reinterpret_cast<float *>(static_cast<char *>(out->data) + out->stride * r);
-    for (int32_t c = 0; c < cols; ++c) {
-      const float x0 = src[2 * c], y = src[2 * c + 1];
-      const float x = x0 < 1.0f ? x0 : 1.0f;
-      for (int32_t i = 0; i < n; ++i) {
-        const float ex = x - p[2 * i], ey = y - p[2 * i + 1];
-        k[i] = fast_exp(-a * (ex * ex + ey * ey));
+    // The border is pinned: edge points slide along it but never leave it. Edge values
+    // are read before they are written over, since in and out may be one map.
+    const float first_x = src[0], last_x = src[2 * (cols - 1)];
+    if (r == 0 || r == rows - 1) {
+      for (int32_t c = 0; c < cols; ++c) {
+        const float y = src[2 * c + 1];
+        map_row(dst + 2 * c, src + 2 * c, 1, p, w, n, a);
+        dst[2 * c + 1] = y;
       }
-      float dx = 0.0f, dy = 0.0f;
-      for (int32_t i = 0; i < n; ++i) {
-        dx += k[i] * w[2 * i];
-        dy += k[i] * w[2 * i + 1];
-      }
-      // The border is pinned: edge points slide along it but never leave it.
-      dst[2 * c] = (c == 0 || c == cols - 1) ? x0 : clamp01(x + dx);
-      dst[2 * c + 1] = (r == 0 || r == rows - 1) ? y : clamp01(y + dy);
+    } else {
+      map_row(dst, src, cols, p, w, n, a);
     }
+    dst[0] = first_x;
+    dst[2 * (cols - 1)] = last_x;
   }
   oru_free(block);
   return ORU_RET_OK;

@@ -253,6 +253,7 @@ TEST(ImageGeometryKernels, VectorFormsMatchPlain) {
   const auto t1 = ORU_KERNEL_FORMS(transpose8_c1), t3 = ORU_KERNEL_FORMS(transpose8_c3);
   const auto warp = ORU_KERNEL_FORMS(warp_affine_bilinear_c3);
   const auto rot1 = ORU_KERNEL_FORMS(rotate_bilinear_row_c1), rot3 = ORU_KERNEL_FORMS(rotate_bilinear_row_c3);
+  const auto rbf = ORU_KERNEL_FORMS(rbf_map_row);
   for (int32_t n : {0, 1, 5, 6, 7, 11, 15, 16, 17, 31, 32, 33, 47, 63, 64, 65, 100, 257}) {
     for (int ch : {1, 3}) {
       const auto &forms = ch == 1 ? m1 : m3;
@@ -284,6 +285,25 @@ TEST(ImageGeometryKernels, VectorFormsMatchPlain) {
     const int32_t sw = 3 + int32_t(gen() % 40), sh = 2 + int32_t(gen() % 30);
     const auto src = bytes(size_t(sw) * 3 * sh + 7);
     std::uniform_real_distribution<float> a(-1.5f, 1.5f), shift(-10.0f, 30.0f);
+    // Radial-basis rows: coordinates a little outside 0 to 1 (and a NaN) so that the caps
+    // and clamps act, displacements large enough to reach the clamps; compared bit for bit.
+    {
+      std::uniform_real_distribution<float> coord(-0.2f, 1.3f), weight(-0.5f, 0.5f);
+      const int32_t points = 1 + n % 7;
+      std::vector<float> in(2 * size_t(n)), pts(2 * size_t(points)), w(2 * size_t(points));
+      for (auto &v : in) v = coord(gen);
+      if (n > 3) in[3] = std::nanf("");
+      for (auto &v : pts) v = coord(gen);
+      for (auto &v : w) v = weight(gen);
+      const float a = 1.0f / (0.05f + 0.3f * float(n % 4));
+      std::vector<float> want_m(2 * size_t(n) + 2, -7.0f);
+      rbf.plain(want_m.data(), in.data(), n, pts.data(), w.data(), points, a);
+      for_each_runnable_form(rbf, [&](Isa isa, auto fn) {
+        std::vector<float> got(2 * size_t(n) + 2, -7.0f);
+        fn(got.data(), in.data(), n, pts.data(), w.data(), points, a);
+        EXPECT_EQ(std::memcmp(got.data(), want_m.data(), got.size() * sizeof(float)), 0) << "rbf " << isa_name(isa) << " n=" << n;
+      });
+    }
     // Fixed-point rows that start outside, cross the source and leave it again.
     std::uniform_int_distribution<int32_t> start(-20 * 2048, 50 * 2048), step(-3000, 3000);
     for (int trial = 0; trial < 4; ++trial)
