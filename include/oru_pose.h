@@ -30,6 +30,22 @@ ORU_API uint32_t oru_solve_ap3p(double *rotations, double *translations, const f
 ORU_API int32_t compute_poses(const double *features, const double *world, double *rotations,
                               double *translations);
 
+/* Pose (R, t) with camera point = R X + t from N >= 4 object points that lie on one
+ * plane in any position (a marker, a board, a document), N x 3, and their N x 2 image
+ * points (aif32 or aif64, no upper limit on N). camera holds fx at 0, cx at 2, fy at 4,
+ * cy at 5 of nine values; rotation receives nine packed values, translation three.
+ * The homography from the plane to the image gives the first pose, which
+ * Levenberg-Marquardt refines on the reprojection error. Statuses, each with one report:
+ *   ORU_RET_ERR_PARA         null or inconsistent arguments ("parameters errors!");
+ *   ORU_RET_ERR_DATA_LENGTH  fewer than four points ("at least four points are needed!");
+ *   ORU_RET_ERR_NOT_SUPPORT  the points are not on one plane (their spread across the
+ *                            best plane is above 1 % of that along it: "points are not on
+ *                            one plane!"), or lie on one line or repeat so that they fix
+ *                            no pose ("points are degenerate!");
+ *   ORU_RET_ERR_MEMORY       no memory for the work arrays. */
+ORU_API uint32_t oru_solve_planar_pnp(oru_matrix *rotation, oru_matrix *translation, const oru_matrix *object_points,
+                                      const oru_matrix *image_points, const oru_matrix *camera);
+
 /* ---- end of PnP pose solvers ---- */
 
 /* ==== Levenberg-Marquardt optimiser, Rodrigues, projection ==== */
