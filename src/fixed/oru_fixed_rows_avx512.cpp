@@ -1,0 +1,17 @@
+// AVX-512 forms (the 256-bit loops, built with the AVX-512 flags) of the fixed-point row kernels.
+#include "fixed/oru_fixed_internal.h"
+#include "fixed/oru_fixed_rows_x86.inl"
+
+namespace oru {
+
+void fx_pointwise_block_avx512(int16_t *out, int64_t out_plane, const int16_t *in, int64_t in_plane,
+                             const int16_t *w, int64_t ldw, int oc, int64_t ic, int64_t n, int shift) {
+  pointwise_block_x86(out, out_plane, in, in_plane, w, ldw, oc, ic, n, shift);
+}
+
+void fx_conv3x3_row_avx512(int16_t *out, int64_t n, const int16_t *r0, const int16_t *r1, const int16_t *r2,
+                         const int16_t *k9, int shift, int stride, bool accumulate) {
+  conv3x3_row_x86(out, n, r0, r1, r2, k9, shift, stride, accumulate);
+}
+
+}  // namespace oru

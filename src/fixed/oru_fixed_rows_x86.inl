@@ -1,0 +1,129 @@
+// x86-64 body of the fixed-point row kernels, included by the AVX2 and AVX-512 files (the
+// second builds the same 256-bit loops with its own flags). Everything here has internal
+// linkage; the plain forms take the tails, so the results are the plain ones bit for bit.
+//
+// The 32-bit products come from madd over 16-bit pairs: a pair (x, c1) times (w, c2) is
+// x * w + c1 * c2, so a product and its rounding term come out of one instruction.
+#include <immintrin.h>
+
+namespace {
+
+// low 16 bits of two vectors of 32-bit lanes made by unpacklo / unpackhi, back in order.
+inline __m256i low16_in_order(__m256i lo, __m256i hi) {
+  const __m256i mask = _mm256_set1_epi32(0xffff);
+  return _mm256_packus_epi32(_mm256_and_si256(lo, mask), _mm256_and_si256(hi, mask));
+}
+
+inline __m256i pair_of(int32_t a, int32_t b) {
+  return _mm256_set1_epi32(int32_t(uint32_t(uint16_t(a)) | (uint32_t(uint16_t(b)) << 16)));
+}
+
+template <int OC>
+void pointwise_strip(int16_t *out, int64_t out_plane, const int16_t *in, int64_t in_plane, const int16_t *w,
+                     int64_t ldw, int64_t ic, __m256i c1, int32_t c2, __m128i shift) {
+  __m256i lo[OC], hi[OC];
+  for (int o = 0; o < OC; ++o) lo[o] = hi[o] = _mm256_setzero_si256();
+  for (int64_t i = 0; i < ic; ++i) {
+    const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(in + i * in_plane));
+    const __m256i xl = _mm256_unpacklo_epi16(x, c1), xh = _mm256_unpackhi_epi16(x, c1);
+    for (int o = 0; o < OC; ++o) {
+      const __m256i wo = pair_of(w[o * ldw + i], c2);
+      lo[o] = _mm256_add_epi32(lo[o], _mm256_sra_epi32(_mm256_madd_epi16(xl, wo), shift));
+      hi[o] = _mm256_add_epi32(hi[o], _mm256_sra_epi32(_mm256_madd_epi16(xh, wo), shift));
+    }
+  }
+  for (int o = 0; o < OC; ++o) {
+    __m256i *y = reinterpret_cast<__m256i *>(out + o * out_plane);
+    _mm256_storeu_si256(y, _mm256_add_epi16(_mm256_loadu_si256(y), low16_in_order(lo[o], hi[o])));
+  }
+}
+
+void pointwise_block_x86(int16_t *out, int64_t out_plane, const int16_t *in, int64_t in_plane, const int16_t *w,
+                         int64_t ldw, int oc, int64_t ic, int64_t n, int shift) {
+  int64_t p = 0;
+  // R = c1 * c2 with both factors in 16 bits: up to a shift of 29.
+  if (shift <= 29 && oc >= 1 && oc <= 4) {
+    const int32_t r = shift > 0 ? int32_t(1u << (shift - 1)) : 0;
+    const int32_t c2 = r > (1 << 14) ? (1 << 14) : r;
+    const __m256i c1 = _mm256_set1_epi16(int16_t(c2 ? r / c2 : 0));
+    const __m128i s = _mm_cvtsi32_si128(shift);
+    for (; p + 16 <= n; p += 16) {
+      switch (oc) {
+        case 1: pointwise_strip<1>(out + p, out_plane, in + p, in_plane, w, ldw, ic, c1, c2, s); break;
+        case 2: pointwise_strip<2>(out + p, out_plane, in + p, in_plane, w, ldw, ic, c1, c2, s); break;
+        case 3: pointwise_strip<3>(out + p, out_plane, in + p, in_plane, w, ldw, ic, c1, c2, s); break;
+        default: pointwise_strip<4>(out + p, out_plane, in + p, in_plane, w, ldw, ic, c1, c2, s); break;
+      }
+    }
+  }
+  if (p < n) oru::fx_pointwise_block_plain(out + p, out_plane, in + p, in_plane, w, ldw, oc, ic, n - p, shift);
+}
+
+// Sum of the nine taps of 16 outputs at stride 1, as the unpacklo / unpackhi halves.
+inline void taps_s1(__m256i &lo, __m256i &hi, const int16_t *r0, const int16_t *r1, const int16_t *r2,
+                    const __m256i *k) {
+  auto at = [](const int16_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); };
+  const __m256i a[9] = {at(r0), at(r0 + 1), at(r0 + 2), at(r1), at(r1 + 1), at(r1 + 2), at(r2), at(r2 + 1), at(r2 + 2)};
+  lo = hi = _mm256_setzero_si256();
+  for (int t = 0; t < 8; t += 2) {
+    lo = _mm256_add_epi32(lo, _mm256_madd_epi16(_mm256_unpacklo_epi16(a[t], a[t + 1]), k[t / 2]));
+    hi = _mm256_add_epi32(hi, _mm256_madd_epi16(_mm256_unpackhi_epi16(a[t], a[t + 1]), k[t / 2]));
+  }
+  const __m256i z = _mm256_setzero_si256();
+  lo = _mm256_add_epi32(lo, _mm256_madd_epi16(_mm256_unpacklo_epi16(a[8], z), k[4]));
+  hi = _mm256_add_epi32(hi, _mm256_madd_epi16(_mm256_unpackhi_epi16(a[8], z), k[4]));
+}
+
+// Sum of the nine taps of 8 outputs at stride 2: the pairs (2x, 2x + 1) are neighbours in
+// memory, so madd takes them straight from a load; the third tap pairs with a zero weight.
+inline __m256i taps_s2(const int16_t *r0, const int16_t *r1, const int16_t *r2, const __m256i *k) {
+  auto at = [](const int16_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); };
+  const int16_t *rows[3] = {r0, r1, r2};
+  __m256i acc = _mm256_setzero_si256();
+  for (int r = 0; r < 3; ++r) {
+    acc = _mm256_add_epi32(acc, _mm256_madd_epi16(at(rows[r]), k[2 * r]));
+    acc = _mm256_add_epi32(acc, _mm256_madd_epi16(at(rows[r] + 2), k[2 * r + 1]));
+  }
+  return acc;
+}
+
+void conv3x3_row_x86(int16_t *out, int64_t n, const int16_t *r0, const int16_t *r1, const int16_t *r2,
+                     const int16_t *k9, int shift, int stride, bool accumulate) {
+  const __m128i s = _mm_cvtsi32_si128(shift);
+  const __m256i round = _mm256_set1_epi32(shift > 0 ? int32_t(1u << (shift - 1)) : 0);
+  int64_t x = 0;
+  if (stride == 1) {
+    const __m256i k[5] = {pair_of(k9[0], k9[1]), pair_of(k9[2], k9[3]), pair_of(k9[4], k9[5]),
+                          pair_of(k9[6], k9[7]), pair_of(k9[8], 0)};
+    // Loads reach column x + 17 of rows n + 2 long.
+    for (; x + 16 <= n; x += 16) {
+      __m256i lo, hi;
+      taps_s1(lo, hi, r0 + x, r1 + x, r2 + x, k);
+      lo = _mm256_sra_epi32(_mm256_add_epi32(lo, round), s);
+      hi = _mm256_sra_epi32(_mm256_add_epi32(hi, round), s);
+      __m256i v = low16_in_order(lo, hi);
+      __m256i *y = reinterpret_cast<__m256i *>(out + x);
+      if (accumulate) v = _mm256_add_epi16(v, _mm256_loadu_si256(y));
+      _mm256_storeu_si256(y, v);
+    }
+  } else if (stride == 2) {
+    const __m256i k[6] = {pair_of(k9[0], k9[1]), pair_of(k9[2], 0), pair_of(k9[3], k9[4]),
+                          pair_of(k9[5], 0),     pair_of(k9[6], k9[7]), pair_of(k9[8], 0)};
+    // Loads reach column 2x + 17, inside rows of at least 2n + 1.
+    for (; x + 9 <= n; x += 8) {
+      const __m256i t = _mm256_sra_epi32(_mm256_add_epi32(taps_s2(r0 + 2 * x, r1 + 2 * x, r2 + 2 * x, k), round), s);
+      // 8 lanes of 32 bits to 8 of 16, low halves, in order.
+      const __m256i m = _mm256_and_si256(t, _mm256_set1_epi32(0xffff));
+      __m128i v = _mm_packus_epi32(_mm256_castsi256_si128(m), _mm256_extracti128_si256(m, 1));
+      __m128i *y = reinterpret_cast<__m128i *>(out + x);
+      if (accumulate) v = _mm_add_epi16(v, _mm_loadu_si128(y));
+      _mm_storeu_si128(y, v);
+    }
+  }
+  if (x < n) {
+    const int64_t c = x * stride;
+    oru::fx_conv3x3_row_plain(out + x, n - x, r0 + c, r1 + c, r2 + c, k9, shift, stride, accumulate);
+  }
+}
+
+}  // namespace
