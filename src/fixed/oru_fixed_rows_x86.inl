@@ -40,23 +40,35 @@ void pointwise_strip(int16_t *out, int64_t out_plane, const int16_t *in, int64_t
 
 void pointwise_block_x86(int16_t *out, int64_t out_plane, const int16_t *in, int64_t in_plane, const int16_t *w,
                          int64_t ldw, int oc, int64_t ic, int64_t n, int shift) {
-  int64_t p = 0;
   // R = c1 * c2 with both factors in 16 bits: up to a shift of 29.
-  if (shift <= 29 && oc >= 1 && oc <= 4) {
-    const int32_t r = shift > 0 ? int32_t(1u << (shift - 1)) : 0;
-    const int32_t c2 = r > (1 << 14) ? (1 << 14) : r;
-    const __m256i c1 = _mm256_set1_epi16(int16_t(c2 ? r / c2 : 0));
-    const __m128i s = _mm_cvtsi32_si128(shift);
-    for (; p + 16 <= n; p += 16) {
-      switch (oc) {
-        case 1: pointwise_strip<1>(out + p, out_plane, in + p, in_plane, w, ldw, ic, c1, c2, s); break;
-        case 2: pointwise_strip<2>(out + p, out_plane, in + p, in_plane, w, ldw, ic, c1, c2, s); break;
-        case 3: pointwise_strip<3>(out + p, out_plane, in + p, in_plane, w, ldw, ic, c1, c2, s); break;
-        default: pointwise_strip<4>(out + p, out_plane, in + p, in_plane, w, ldw, ic, c1, c2, s); break;
-      }
-    }
+  if (shift > 29 || oc < 1 || oc > 4 || n < 16) {
+    oru::fx_pointwise_block_plain(out, out_plane, in, in_plane, w, ldw, oc, ic, n, shift);
+    return;
   }
-  if (p < n) oru::fx_pointwise_block_plain(out + p, out_plane, in + p, in_plane, w, ldw, oc, ic, n - p, shift);
+  const int32_t r = shift > 0 ? int32_t(1u << (shift - 1)) : 0;
+  const int32_t c2 = r > (1 << 14) ? (1 << 14) : r;
+  const __m256i c1 = _mm256_set1_epi16(int16_t(c2 ? r / c2 : 0));
+  const __m128i s = _mm_cvtsi32_si128(shift);
+  auto strip = [&](int16_t *y, int64_t y_plane, int64_t p) {
+    switch (oc) {
+      case 1: pointwise_strip<1>(y, y_plane, in + p, in_plane, w, ldw, ic, c1, c2, s); break;
+      case 2: pointwise_strip<2>(y, y_plane, in + p, in_plane, w, ldw, ic, c1, c2, s); break;
+      case 3: pointwise_strip<3>(y, y_plane, in + p, in_plane, w, ldw, ic, c1, c2, s); break;
+      default: pointwise_strip<4>(y, y_plane, in + p, in_plane, w, ldw, ic, c1, c2, s); break;
+    }
+  };
+  int64_t p = 0;
+  for (; p + 16 <= n; p += 16) strip(out + p, out_plane, p);
+  if (p < n) {
+    // The last 16 pixels once more, into a copy: only the ones not yet done go back.
+    const int64_t start = n - 16, done = p - start;
+    alignas(32) int16_t tail[4][16];
+    for (int o = 0; o < oc; ++o)
+      for (int k = 0; k < 16; ++k) tail[o][k] = out[o * out_plane + start + k];
+    strip(&tail[0][0], 16, start);
+    for (int o = 0; o < oc; ++o)
+      for (int64_t k = done; k < 16; ++k) out[o * out_plane + start + k] = tail[o][k];
+  }
 }
 
 // Sum of the nine taps of 16 outputs at stride 1, as the unpacklo / unpackhi halves.
@@ -87,42 +99,69 @@ inline __m256i taps_s2(const int16_t *r0, const int16_t *r1, const int16_t *r2, 
   return acc;
 }
 
+// 16 outputs at stride 1 from rows readable for 18 columns.
+inline __m256i step_s1(const int16_t *r0, const int16_t *r1, const int16_t *r2, const __m256i *k, __m256i round,
+                       __m128i s) {
+  __m256i lo, hi;
+  taps_s1(lo, hi, r0, r1, r2, k);
+  lo = _mm256_sra_epi32(_mm256_add_epi32(lo, round), s);
+  hi = _mm256_sra_epi32(_mm256_add_epi32(hi, round), s);
+  return low16_in_order(lo, hi);
+}
+
+// 8 outputs at stride 2 from rows readable for 18 columns.
+inline __m128i step_s2(const int16_t *r0, const int16_t *r1, const int16_t *r2, const __m256i *k, __m256i round,
+                       __m128i s) {
+  const __m256i t = _mm256_sra_epi32(_mm256_add_epi32(taps_s2(r0, r1, r2, k), round), s);
+  const __m256i m = _mm256_and_si256(t, _mm256_set1_epi32(0xffff));
+  return _mm_packus_epi32(_mm256_castsi256_si128(m), _mm256_extracti128_si256(m, 1));
+}
+
 void conv3x3_row_x86(int16_t *out, int64_t n, const int16_t *r0, const int16_t *r1, const int16_t *r2,
                      const int16_t *k9, int shift, int stride, bool accumulate) {
+  if (stride != 1 && stride != 2) {
+    oru::fx_conv3x3_row_plain(out, n, r0, r1, r2, k9, shift, stride, accumulate);
+    return;
+  }
   const __m128i s = _mm_cvtsi32_si128(shift);
   const __m256i round = _mm256_set1_epi32(shift > 0 ? int32_t(1u << (shift - 1)) : 0);
+  const int64_t step = stride == 1 ? 16 : 8;
+  // A full step reads columns up to x * stride + 17: inside rows of n + 2 (stride 1) or
+  // 2n + 1 (stride 2) while x + 16 <= n, or x + 9 <= n.
+  const int64_t full = stride == 1 ? n - 15 : n - 8;
+  const __m256i k1[5] = {pair_of(k9[0], k9[1]), pair_of(k9[2], k9[3]), pair_of(k9[4], k9[5]),
+                         pair_of(k9[6], k9[7]), pair_of(k9[8], 0)};
+  const __m256i k2[6] = {pair_of(k9[0], k9[1]), pair_of(k9[2], 0), pair_of(k9[3], k9[4]),
+                         pair_of(k9[5], 0),     pair_of(k9[6], k9[7]), pair_of(k9[8], 0)};
+  // One step at x, from rows a0..a2, into y (which holds the old outputs when accumulating).
+  auto one_step = [&](int16_t *y, const int16_t *a0, const int16_t *a1, const int16_t *a2) {
+    if (stride == 1) {
+      __m256i v = step_s1(a0, a1, a2, k1, round, s);
+      __m256i *p = reinterpret_cast<__m256i *>(y);
+      if (accumulate) v = _mm256_add_epi16(v, _mm256_loadu_si256(p));
+      _mm256_storeu_si256(p, v);
+    } else {
+      __m128i v = step_s2(a0, a1, a2, k2, round, s);
+      __m128i *p = reinterpret_cast<__m128i *>(y);
+      if (accumulate) v = _mm_add_epi16(v, _mm_loadu_si128(p));
+      _mm_storeu_si128(p, v);
+    }
+  };
   int64_t x = 0;
-  if (stride == 1) {
-    const __m256i k[5] = {pair_of(k9[0], k9[1]), pair_of(k9[2], k9[3]), pair_of(k9[4], k9[5]),
-                          pair_of(k9[6], k9[7]), pair_of(k9[8], 0)};
-    // Loads reach column x + 17 of rows n + 2 long.
-    for (; x + 16 <= n; x += 16) {
-      __m256i lo, hi;
-      taps_s1(lo, hi, r0 + x, r1 + x, r2 + x, k);
-      lo = _mm256_sra_epi32(_mm256_add_epi32(lo, round), s);
-      hi = _mm256_sra_epi32(_mm256_add_epi32(hi, round), s);
-      __m256i v = low16_in_order(lo, hi);
-      __m256i *y = reinterpret_cast<__m256i *>(out + x);
-      if (accumulate) v = _mm256_add_epi16(v, _mm256_loadu_si256(y));
-      _mm256_storeu_si256(y, v);
-    }
-  } else if (stride == 2) {
-    const __m256i k[6] = {pair_of(k9[0], k9[1]), pair_of(k9[2], 0), pair_of(k9[3], k9[4]),
-                          pair_of(k9[5], 0),     pair_of(k9[6], k9[7]), pair_of(k9[8], 0)};
-    // Loads reach column 2x + 17, inside rows of at least 2n + 1.
-    for (; x + 9 <= n; x += 8) {
-      const __m256i t = _mm256_sra_epi32(_mm256_add_epi32(taps_s2(r0 + 2 * x, r1 + 2 * x, r2 + 2 * x, k), round), s);
-      // 8 lanes of 32 bits to 8 of 16, low halves, in order.
-      const __m256i m = _mm256_and_si256(t, _mm256_set1_epi32(0xffff));
-      __m128i v = _mm_packus_epi32(_mm256_castsi256_si128(m), _mm256_extracti128_si256(m, 1));
-      __m128i *y = reinterpret_cast<__m128i *>(out + x);
-      if (accumulate) v = _mm_add_epi16(v, _mm_loadu_si128(y));
-      _mm_storeu_si128(y, v);
-    }
+  for (; x < full; x += step) {
+    const int64_t c = x * stride;
+    one_step(out + x, r0 + c, r1 + c, r2 + c);
   }
   if (x < n) {
-    const int64_t c = x * stride;
-    oru::fx_conv3x3_row_plain(out + x, n - x, r0 + c, r1 + c, r2 + c, k9, shift, stride, accumulate);
+    // The rest through zero-filled copies of the rows' ends and of the outputs.
+    const int64_t m = n - x, c = x * stride, cols = (m - 1) * stride + 3;
+    alignas(32) int16_t rows[3][48] = {}, y[16] = {};
+    const int16_t *src[3] = {r0 + c, r1 + c, r2 + c};
+    for (int r = 0; r < 3; ++r)
+      for (int64_t j = 0; j < cols; ++j) rows[r][j] = src[r][j];
+    for (int64_t j = 0; j < m; ++j) y[j] = out[x + j];
+    one_step(y, rows[0], rows[1], rows[2]);
+    for (int64_t j = 0; j < m; ++j) out[x + j] = y[j];
   }
 }
 
