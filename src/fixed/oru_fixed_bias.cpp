@@ -7,14 +7,6 @@ namespace {
 
 enum class Tail { bias, relu, hswish, relu6 };
 
-inline int32_t hswish_q(int32_t t, int32_t q) {
-  const int32_t three = 3 << q, six = 6 << q;
-  int32_t c = fx_add32(t, three);
-  c = c < 0 ? 0 : (c > six ? six : c);
-  const int32_t p = fx_add32(fx_mul32(c, t), fx_round_term(q)) >> q;
-  return fx_add32(fx_mul32(p, 5461), 16384) >> 15;  // 5461 is 1/6 in Q15
-}
-
 bool is_depthwise(const oru_conv2d_params &p) {
   return p.in_channels == p.out_channels && p.out_channels == p.groups;
 }
@@ -34,22 +26,10 @@ uint32_t bias_tail(oru_tensor *out, int32_t q_out, const oru_tensor *in, int32_t
   const int16_t *bias = static_cast<const int16_t *>(w->data) + offset;
   const FxSumRule rule = fx_sum_rule(q_in, q_w, q_out);
   const int64_t n = int64_t(fx_dim(out, 0)) * fx_dim(out, 1);
-  const int32_t six = 6 << q_out;
-  for (int32_t c = 0; c < p.out_channels; ++c) {
-    const int16_t *x = fx_plane(in, c);
-    int16_t *y = fx_plane(out, c);
-    const int32_t b = bias[c];
-    for (int64_t i = 0; i < n; ++i) {
-      int32_t t = fx_sum(x[i], b, rule);
-      switch (tail) {
-        case Tail::relu: t = t > 0 ? t : 0; break;
-        case Tail::hswish: t = hswish_q(t, q_out); break;
-        case Tail::relu6: t = t < 0 ? 0 : (t > six ? six : t); break;
-        default: break;
-      }
-      y[i] = fx_low16(t);
-    }
-  }
+  const int act = tail == Tail::relu ? 1 : tail == Tail::hswish ? 2 : tail == Tail::relu6 ? 3 : 0;
+  const FxBiasActRowFn row = fx_bias_act_row();
+  for (int32_t c = 0; c < p.out_channels; ++c)
+    row(fx_plane(out, c), fx_plane(in, c), n, fx_shl32(bias[c], rule.up_y), rule.up_x, rule.down, rule.up, act, q_out);
   return ORU_RET_OK;
 }
 

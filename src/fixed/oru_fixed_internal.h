@@ -91,11 +91,25 @@ void fx_conv3x3_row_avx512(int16_t *out, int64_t n, const int16_t *r0, const int
 void fx_conv3x3_row_neon(int16_t *out, int64_t n, const int16_t *r0, const int16_t *r1, const int16_t *r2,
                          const int16_t *k9, int shift, int stride, bool accumulate);
 
+// The bias tail over one line: t = (x << up_x) + b (b brought to the common Q already), then
+// t << up when up > 0, else (t + R) >> down; then act (0 none, 1 ReLU, 2 h-swish in Q q_out,
+// 3 ReLU6 in Q q_out); the low 16 bits go to y. x and y may be the same.
+void fx_bias_act_row_plain(int16_t *y, const int16_t *x, int64_t n, int32_t b, int up_x, int down, int up, int act,
+                           int q_out);
+void fx_bias_act_row_avx2(int16_t *y, const int16_t *x, int64_t n, int32_t b, int up_x, int down, int up, int act,
+                          int q_out);
+void fx_bias_act_row_avx512(int16_t *y, const int16_t *x, int64_t n, int32_t b, int up_x, int down, int up,
+                            int act, int q_out);
+void fx_bias_act_row_neon(int16_t *y, const int16_t *x, int64_t n, int32_t b, int up_x, int down, int up, int act,
+                          int q_out);
+
 // The forms the library picks once; tests reach every form through ORU_KERNEL_FORMS.
 using FxPointwiseBlockFn = decltype(&fx_pointwise_block_plain);
 using FxConv3x3RowFn = decltype(&fx_conv3x3_row_plain);
 FxPointwiseBlockFn fx_pointwise_block();
 FxConv3x3RowFn fx_conv3x3_row();
+using FxBiasActRowFn = decltype(&fx_bias_act_row_plain);
+FxBiasActRowFn fx_bias_act_row();
 
 // ---- Shared checks. ----
 

@@ -36,6 +36,31 @@ void fx_conv3x3_row_plain(int16_t *out, int64_t n, const int16_t *r0, const int1
   }
 }
 
+void fx_bias_act_row_plain(int16_t *y, const int16_t *x, int64_t n, int32_t b, int up_x, int down, int up, int act,
+                           int q_out) {
+  const int32_t r = fx_round_term(down), three = 3 << q_out, six = 6 << q_out, rq = fx_round_term(q_out);
+  for (int64_t i = 0; i < n; ++i) {
+    int32_t t = fx_add32(fx_shl32(x[i], up_x), b);
+    t = up > 0 ? fx_shl32(t, up) : fx_add32(t, r) >> down;
+    if (act == 1) {
+      t = t > 0 ? t : 0;
+    } else if (act == 2) {
+      int32_t c = fx_add32(t, three);
+      c = c < 0 ? 0 : (c > six ? six : c);
+      const int32_t p = fx_add32(fx_mul32(c, t), rq) >> q_out;
+      t = fx_add32(fx_mul32(p, 5461), 16384) >> 15;  // 5461 is 1/6 in Q15
+    } else if (act == 3) {
+      t = t < 0 ? 0 : (t > six ? six : t);
+    }
+    y[i] = fx_low16(t);
+  }
+}
+
+FxBiasActRowFn fx_bias_act_row() {
+  static const FxBiasActRowFn k = pick(ORU_KERNEL_FORMS(fx_bias_act_row));
+  return k;
+}
+
 FxPointwiseBlockFn fx_pointwise_block() {
   static const FxPointwiseBlockFn k = pick(ORU_KERNEL_FORMS(fx_pointwise_block));
   return k;

@@ -14,4 +14,9 @@ void fx_conv3x3_row_avx512(int16_t *out, int64_t n, const int16_t *r0, const int
   conv3x3_row_x86(out, n, r0, r1, r2, k9, shift, stride, accumulate);
 }
 
+void fx_bias_act_row_avx512(int16_t *y, const int16_t *x, int64_t n, int32_t b, int up_x, int down, int up,
+                          int act, int q_out) {
+  bias_act_row_x86(y, x, n, b, up_x, down, up, act, q_out);
+}
+
 }  // namespace oru

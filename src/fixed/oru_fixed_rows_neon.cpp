@@ -82,4 +82,32 @@ void fx_conv3x3_row_neon(int16_t *out, int64_t n, const int16_t *r0, const int16
   }
 }
 
+void fx_bias_act_row_neon(int16_t *y, const int16_t *x, int64_t n, int32_t b, int up_x, int down, int up, int act,
+                          int q_out) {
+  const int32x4_t vb = vdupq_n_s32(b), round = vdupq_n_s32(down > 0 ? int32_t(1u << (down - 1)) : 0);
+  const int32x4_t sx = vdupq_n_s32(up_x), sd = vdupq_n_s32(-down), su = vdupq_n_s32(up);
+  const int32x4_t three = vdupq_n_s32(3 << q_out), six = vdupq_n_s32(6 << q_out), zero = vdupq_n_s32(0);
+  const int32x4_t rq = vdupq_n_s32(q_out > 0 ? int32_t(1u << (q_out - 1)) : 0), sq = vdupq_n_s32(-q_out);
+  auto lanes = [&](int32x4_t v) {
+    int32x4_t t = vaddq_s32(vshlq_s32(v, sx), vb);
+    t = up > 0 ? vshlq_s32(t, su) : vshlq_s32(vaddq_s32(t, round), sd);
+    if (act == 1) {
+      t = vmaxq_s32(t, zero);
+    } else if (act == 2) {
+      const int32x4_t c = vminq_s32(vmaxq_s32(vaddq_s32(t, three), zero), six);
+      const int32x4_t p = vshlq_s32(vaddq_s32(vmulq_s32(c, t), rq), sq);
+      t = vshrq_n_s32(vaddq_s32(vmulq_s32(p, vdupq_n_s32(5461)), vdupq_n_s32(16384)), 15);
+    } else if (act == 3) {
+      t = vminq_s32(vmaxq_s32(t, zero), six);
+    }
+    return vmovn_s32(t);
+  };
+  int64_t i = 0;
+  for (; i + 8 <= n; i += 8) {
+    const int16x8_t v = vld1q_s16(x + i);
+    vst1q_s16(y + i, vcombine_s16(lanes(vmovl_s16(vget_low_s16(v))), lanes(vmovl_s16(vget_high_s16(v)))));
+  }
+  if (i < n) fx_bias_act_row_plain(y + i, x + i, n - i, b, up_x, down, up, act, q_out);
+}
+
 }  // namespace oru

@@ -165,4 +165,51 @@ void conv3x3_row_x86(int16_t *out, int64_t n, const int16_t *r0, const int16_t *
   }
 }
 
+// 8 lanes of the bias tail.
+inline __m256i bias_act8(__m256i x, __m256i b, __m128i up_x, __m128i down, __m128i up, bool left, __m256i round,
+                         int act, __m256i three, __m256i six, __m256i rq, __m128i q) {
+  __m256i t = _mm256_add_epi32(_mm256_sll_epi32(x, up_x), b);
+  t = left ? _mm256_sll_epi32(t, up) : _mm256_sra_epi32(_mm256_add_epi32(t, round), down);
+  const __m256i zero = _mm256_setzero_si256();
+  if (act == 1) {
+    t = _mm256_max_epi32(t, zero);
+  } else if (act == 2) {
+    const __m256i c = _mm256_min_epi32(_mm256_max_epi32(_mm256_add_epi32(t, three), zero), six);
+    const __m256i p = _mm256_sra_epi32(_mm256_add_epi32(_mm256_mullo_epi32(c, t), rq), q);
+    t = _mm256_srai_epi32(_mm256_add_epi32(_mm256_mullo_epi32(p, _mm256_set1_epi32(5461)), _mm256_set1_epi32(16384)),
+                          15);
+  } else if (act == 3) {
+    t = _mm256_min_epi32(_mm256_max_epi32(t, zero), six);
+  }
+  return t;
+}
+
+void bias_act_row_x86(int16_t *y, const int16_t *x, int64_t n, int32_t b, int up_x, int down, int up, int act,
+                      int q_out) {
+  const __m256i vb = _mm256_set1_epi32(b), round = _mm256_set1_epi32(down > 0 ? int32_t(1u << (down - 1)) : 0);
+  const __m256i three = _mm256_set1_epi32(3 << q_out), six = _mm256_set1_epi32(6 << q_out);
+  const __m256i rq = _mm256_set1_epi32(q_out > 0 ? int32_t(1u << (q_out - 1)) : 0);
+  const __m128i sx = _mm_cvtsi32_si128(up_x), sd = _mm_cvtsi32_si128(down), su = _mm_cvtsi32_si128(up),
+                sq = _mm_cvtsi32_si128(q_out);
+  const bool left = up > 0;
+  auto step = [&](int16_t *dst, const int16_t *src) {
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(src));
+    const __m256i lo = bias_act8(_mm256_cvtepi16_epi32(_mm256_castsi256_si128(v)), vb, sx, sd, su, left, round, act,
+                                 three, six, rq, sq);
+    const __m256i hi = bias_act8(_mm256_cvtepi16_epi32(_mm256_extracti128_si256(v, 1)), vb, sx, sd, su, left, round,
+                                 act, three, six, rq, sq);
+    const __m256i mask = _mm256_set1_epi32(0xffff);
+    const __m256i packed = _mm256_packus_epi32(_mm256_and_si256(lo, mask), _mm256_and_si256(hi, mask));
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(dst), _mm256_permute4x64_epi64(packed, 0xd8));
+  };
+  int64_t i = 0;
+  for (; i + 16 <= n; i += 16) step(y + i, x + i);
+  if (i < n) {
+    alignas(32) int16_t tail[16] = {};
+    for (int64_t j = i; j < n; ++j) tail[j - i] = x[j];
+    step(tail, tail);
+    for (int64_t j = i; j < n; ++j) y[j] = tail[j - i];
+  }
+}
+
 }  // namespace

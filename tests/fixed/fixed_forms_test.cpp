@@ -64,4 +64,28 @@ TEST(FixedForms, Conv3x3RowMatchesPlain) {
   });
 }
 
+TEST(FixedForms, BiasActRowMatchesPlain) {
+  std::mt19937 gen(13);
+  oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::fx_bias_act_row), [&](oru::Isa isa, auto fn) {
+    for (int64_t n : {1, 5, 8, 15, 16, 17, 33, 47, 64}) {
+      for (int act = 0; act <= 3; ++act) {
+        for (int rule = 0; rule < 6; ++rule) {
+          // Shifts as the bias rule makes them: up_x 0..15, then a right shift or a left one.
+          const int up_x = rule * 3 % 16, down = rule % 2 ? rule * 2 : 0, up = rule % 2 ? 0 : rule, q_out = rule * 2 + 1;
+          const int32_t b = int32_t(gen()) >> (rule + 8);
+          auto x = random_i16(size_t(n), gen, rule % 3 == 0);
+          auto ref = random_i16(size_t(n), gen, true), got = ref;
+          oru::fx_bias_act_row_plain(ref.data(), x.data(), n, b, up_x, down, up, act, q_out);
+          fn(got.data(), x.data(), n, b, up_x, down, up, act, q_out);
+          EXPECT_EQ(ref, got) << oru::isa_name(isa) << " n " << n << " act " << act << " rule " << rule;
+          // in place, as the convolution tails run it
+          auto inplace = x;
+          fn(inplace.data(), inplace.data(), n, b, up_x, down, up, act, q_out);
+          EXPECT_EQ(ref, inplace) << oru::isa_name(isa) << " in place, n " << n;
+        }
+      }
+    }
+  });
+}
+
 }  // namespace
