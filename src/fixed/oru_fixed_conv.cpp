@@ -3,6 +3,7 @@
 //
 // Each input channel's sum is rescaled by itself and the output is a sum modulo 2^16, so
 // the order of channels and rows is free: every loop here equals the general loop exactly.
+#include <algorithm>
 #include <cstring>
 
 #include "core/oru_report.h"
@@ -102,32 +103,44 @@ bool is_3x3_pad1(const oru_conv2d_params &p, int32_t stride) {
          p.stride_h == stride;
 }
 
-// Copies a plane into the middle of a zeroed (w + 2) x (h + 2) frame, so that the row
-// kernels read the padding as taps of value 0 (which add nothing to a sum).
-void pad_plane(int16_t *framed, const int16_t *in, int32_t w, int32_t h) {
-  const int64_t fw = int64_t(w) + 2;
+// Copies a plane into a zeroed frame fw wide (at least w + 2) and h + 2 high, one row and
+// column in, so that the row kernels read the padding as taps of value 0 (which add nothing
+// to a sum).
+void pad_plane(int16_t *framed, int64_t fw, const int16_t *in, int32_t w, int32_t h) {
   for (int32_t y = 0; y < h; ++y) std::memcpy(framed + (y + 1) * fw + 1, in + int64_t(y) * w, size_t(w) * 2);
 }
 
 // 3x3 convolution with padding 1 and stride 1 or 2, standard or depthwise, through the row
-// kernel over zero-framed planes. Needs shift 0..30.
+// kernel over zero-framed planes. The frame is wide enough for a whole number of vector
+// steps (of 16 outputs), so every row goes through the kernel in full steps, into a row of
+// that length whose first out_w values are the output's. Needs shift 0..30.
 uint32_t conv3x3(const oru_tensor *out, const oru_tensor *in, const int16_t *w, const oru_conv2d_params &p,
                  int32_t shift, int32_t stride, bool depthwise) {
   const Geometry g = geometry(out, in, p);
-  const int64_t fw = int64_t(g.in_w) + 2, out_plane = int64_t(g.out_w) * g.out_h;
-  Scratch<int16_t> framed(fw * (int64_t(g.in_h) + 2), true);
+  const int64_t n = (int64_t(g.out_w) + 15) / 16 * 16;
+  const int64_t fw = std::max(int64_t(g.in_w) + 2, n * stride + 2), fh = int64_t(g.in_h) + 2;
+  const int64_t out_plane = int64_t(g.out_w) * g.out_h;
+  Scratch<int16_t> framed(fw * fh + n, true);
   if (!depthwise) std::memset(out->data, 0, size_t(out_plane * p.out_channels) * sizeof(int16_t));
   if (!framed) return ORU_RET_ERR_MEMORY;
+  int16_t *row_out = framed.get() + fw * fh;
   const FxConv3x3RowFn row = fx_conv3x3_row();
   for (int32_t i = 0; i < p.in_channels; ++i) {
-    pad_plane(framed.get(), fx_plane(in, i), g.in_w, g.in_h);
+    pad_plane(framed.get(), fw, fx_plane(in, i), g.in_w, g.in_h);
     const int32_t o_first = depthwise ? i : 0, o_last = depthwise ? i + 1 : p.out_channels;
     for (int32_t o = o_first; o < o_last; ++o) {
       const int16_t *k = w + (depthwise ? int64_t(i) : int64_t(o) * p.in_channels + i) * 9;
       int16_t *y = fx_plane(out, o);
       for (int32_t oy = 0; oy < g.out_h; ++oy) {
         const int16_t *r0 = framed.get() + int64_t(oy) * stride * fw;
-        row(y + int64_t(oy) * g.out_w, g.out_w, r0, r0 + fw, r0 + 2 * fw, k, shift, stride, !depthwise);
+        int16_t *dst = y + int64_t(oy) * g.out_w;
+        if (n == g.out_w) {  // whole steps already: straight into the output
+          row(dst, n, r0, r0 + fw, r0 + 2 * fw, k, shift, stride, !depthwise);
+          continue;
+        }
+        if (!depthwise) std::memcpy(row_out, dst, size_t(g.out_w) * 2);
+        row(row_out, n, r0, r0 + fw, r0 + 2 * fw, k, shift, stride, !depthwise);
+        std::memcpy(dst, row_out, size_t(g.out_w) * 2);
       }
     }
   }
