@@ -53,10 +53,9 @@ void fx_conv3x3_row_neon(int16_t *out, int64_t n, const int16_t *r0, const int16
   const int32x4_t s = vdupq_n_s32(-shift);
   const int16_t *rows[3] = {r0, r1, r2};
   int64_t x = 0;
-  // Loads reach column x * stride + 2 + 7 (stride 1) or the pair after it (stride 2), inside
-  // padded rows of n + 2 and 2n + 1.
-  const int64_t step_end = stride == 1 ? 8 : 9;
-  for (; stride <= 2 && x + step_end <= n; x += 8) {
+  // Loads reach column x + 9 (stride 1) or 2x + 16 (stride 2), inside padded rows of n + 2
+  // and 2n + 1.
+  for (; stride <= 2 && x + 8 <= n; x += 8) {
     int32x4_t lo = vdupq_n_s32(0), hi = vdupq_n_s32(0);
     for (int r = 0; r < 3; ++r)
       for (int k = 0; k < 3; ++k) {
@@ -64,7 +63,8 @@ void fx_conv3x3_row_neon(int16_t *out, int64_t n, const int16_t *r0, const int16
         if (stride == 1) {
           a = vld1q_s16(rows[r] + x + k);
         } else {
-          a = vld2q_s16(rows[r] + 2 * x + (k == 2 ? 2 : 0)).val[k == 1 ? 1 : 0];
+          // columns 2x + k of 8 outputs: evens of a load at 2x, odds at 2x, evens-after at 2x + 1
+          a = k == 2 ? vld2q_s16(rows[r] + 2 * x + 1).val[1] : vld2q_s16(rows[r] + 2 * x).val[k];
         }
         const int16x4_t kw = vdup_n_s16(k9[3 * r + k]);
         lo = vmlal_s16(lo, vget_low_s16(a), kw);

@@ -87,14 +87,15 @@ inline void taps_s1(__m256i &lo, __m256i &hi, const int16_t *r0, const int16_t *
 }
 
 // Sum of the nine taps of 8 outputs at stride 2: the pairs (2x, 2x + 1) are neighbours in
-// memory, so madd takes them straight from a load; the third tap pairs with a zero weight.
+// memory, so madd takes them straight from a load; the third tap, 2x + 2, is the second of
+// the pair (2x + 1, 2x + 2), whose first takes a zero weight. Reads columns 0 to 16.
 inline __m256i taps_s2(const int16_t *r0, const int16_t *r1, const int16_t *r2, const __m256i *k) {
   auto at = [](const int16_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); };
   const int16_t *rows[3] = {r0, r1, r2};
   __m256i acc = _mm256_setzero_si256();
   for (int r = 0; r < 3; ++r) {
     acc = _mm256_add_epi32(acc, _mm256_madd_epi16(at(rows[r]), k[2 * r]));
-    acc = _mm256_add_epi32(acc, _mm256_madd_epi16(at(rows[r] + 2), k[2 * r + 1]));
+    acc = _mm256_add_epi32(acc, _mm256_madd_epi16(at(rows[r] + 1), k[2 * r + 1]));
   }
   return acc;
 }
@@ -109,7 +110,7 @@ inline __m256i step_s1(const int16_t *r0, const int16_t *r1, const int16_t *r2, 
   return low16_in_order(lo, hi);
 }
 
-// 8 outputs at stride 2 from rows readable for 18 columns.
+// 8 outputs at stride 2 from rows readable for 17 columns.
 inline __m128i step_s2(const int16_t *r0, const int16_t *r1, const int16_t *r2, const __m256i *k, __m256i round,
                        __m128i s) {
   const __m256i t = _mm256_sra_epi32(_mm256_add_epi32(taps_s2(r0, r1, r2, k), round), s);
@@ -126,13 +127,13 @@ void conv3x3_row_x86(int16_t *out, int64_t n, const int16_t *r0, const int16_t *
   const __m128i s = _mm_cvtsi32_si128(shift);
   const __m256i round = _mm256_set1_epi32(shift > 0 ? int32_t(1u << (shift - 1)) : 0);
   const int64_t step = stride == 1 ? 16 : 8;
-  // A full step reads columns up to x * stride + 17: inside rows of n + 2 (stride 1) or
-  // 2n + 1 (stride 2) while x + 16 <= n, or x + 9 <= n.
-  const int64_t full = stride == 1 ? n - 15 : n - 8;
+  // A full step reads columns up to x + 17 (stride 1) or 2x + 16 (stride 2): inside rows of
+  // n + 2 or 2n + 1 while x + 16 <= n, or x + 8 <= n.
+  const int64_t full = stride == 1 ? n - 15 : n - 7;
   const __m256i k1[5] = {pair_of(k9[0], k9[1]), pair_of(k9[2], k9[3]), pair_of(k9[4], k9[5]),
                          pair_of(k9[6], k9[7]), pair_of(k9[8], 0)};
-  const __m256i k2[6] = {pair_of(k9[0], k9[1]), pair_of(k9[2], 0), pair_of(k9[3], k9[4]),
-                         pair_of(k9[5], 0),     pair_of(k9[6], k9[7]), pair_of(k9[8], 0)};
+  const __m256i k2[6] = {pair_of(k9[0], k9[1]), pair_of(0, k9[2]), pair_of(k9[3], k9[4]),
+                         pair_of(0, k9[5]),     pair_of(k9[6], k9[7]), pair_of(0, k9[8])};
   // One step at x, from rows a0..a2, into y (which holds the old outputs when accumulating).
   auto one_step = [&](int16_t *y, const int16_t *a0, const int16_t *a1, const int16_t *a2) {
     if (stride == 1) {
