@@ -1,5 +1,6 @@
-// AVX-512 forms of the fixed-point row kernels: the 1x1 block in 512-bit strips of 32
-// pixels, the rest through the 256-bit loops built with these flags.
+// AVX-512 forms of the fixed-point row kernels: 512-bit steps of the 1x1 block, the 3x3
+// row at stride 1 and the bias tail; stride 2 and the rests through the 256-bit loops
+// built with these flags.
 // GCC 12 flags the deliberately undefined pass-through operand inside its own AVX-512 headers.
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
@@ -74,12 +75,67 @@ void fx_pointwise_block_avx512(int16_t *out, int64_t out_plane, const int16_t *i
 
 void fx_conv3x3_row_avx512(int16_t *out, int64_t n, const int16_t *r0, const int16_t *r1, const int16_t *r2,
                            const int16_t *k9, int shift, int stride, bool accumulate) {
-  conv3x3_row_x86(out, n, r0, r1, r2, k9, shift, stride, accumulate);
+  int64_t x = 0;
+  if (stride == 1) {
+    // 32 outputs a step while the loads (columns x to x + 33) stay inside rows of n + 2.
+    auto pair = [](int32_t a, int32_t b) {
+      return _mm512_set1_epi32(int32_t(uint32_t(uint16_t(a)) | (uint32_t(uint16_t(b)) << 16)));
+    };
+    const __m512i k[5] = {pair(k9[0], k9[1]), pair(k9[2], k9[3]), pair(k9[4], k9[5]), pair(k9[6], k9[7]),
+                          pair(k9[8], 0)};
+    const __m512i round = _mm512_set1_epi32(shift > 0 ? int32_t(1u << (shift - 1)) : 0);
+    const __m128i s = _mm_cvtsi32_si128(shift);
+    const __m512i mask = _mm512_set1_epi32(0xffff), zero = _mm512_setzero_si512();
+    for (; x + 32 <= n; x += 32) {
+      const int16_t *rows[3] = {r0 + x, r1 + x, r2 + x};
+      __m512i a[10];
+      for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c) a[3 * r + c] = _mm512_loadu_si512(rows[r] + c);
+      a[9] = zero;
+      __m512i lo = zero, hi = zero;
+      for (int t = 0; t < 10; t += 2) {
+        lo = _mm512_add_epi32(lo, _mm512_madd_epi16(_mm512_unpacklo_epi16(a[t], a[t + 1]), k[t / 2]));
+        hi = _mm512_add_epi32(hi, _mm512_madd_epi16(_mm512_unpackhi_epi16(a[t], a[t + 1]), k[t / 2]));
+      }
+      lo = _mm512_sra_epi32(_mm512_add_epi32(lo, round), s);
+      hi = _mm512_sra_epi32(_mm512_add_epi32(hi, round), s);
+      __m512i v = _mm512_packus_epi32(_mm512_and_si512(lo, mask), _mm512_and_si512(hi, mask));
+      if (accumulate) v = _mm512_add_epi16(v, _mm512_loadu_si512(out + x));
+      _mm512_storeu_si512(out + x, v);
+    }
+  }
+  if (x < n) {
+    const int64_t c = x * stride;
+    conv3x3_row_x86(out + x, n - x, r0 + c, r1 + c, r2 + c, k9, shift, stride, accumulate);
+  }
 }
 
 void fx_bias_act_row_avx512(int16_t *y, const int16_t *x, int64_t n, int32_t b, int up_x, int down, int up,
                             int act, int q_out) {
-  bias_act_row_x86(y, x, n, b, up_x, down, up, act, q_out);
+  const __m512i vb = _mm512_set1_epi32(b), round = _mm512_set1_epi32(down > 0 ? int32_t(1u << (down - 1)) : 0);
+  const __m512i three = _mm512_set1_epi32(3 << q_out), six = _mm512_set1_epi32(6 << q_out);
+  const __m512i rq = _mm512_set1_epi32(q_out > 0 ? int32_t(1u << (q_out - 1)) : 0), zero = _mm512_setzero_si512();
+  const __m128i sx = _mm_cvtsi32_si128(up_x), sd = _mm_cvtsi32_si128(down), su = _mm_cvtsi32_si128(up),
+                sq = _mm_cvtsi32_si128(q_out);
+  int64_t i = 0;
+  for (; i + 16 <= n; i += 16) {
+    const __m512i v = _mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(x + i)));
+    __m512i t = _mm512_add_epi32(_mm512_sll_epi32(v, sx), vb);
+    t = up > 0 ? _mm512_sll_epi32(t, su) : _mm512_sra_epi32(_mm512_add_epi32(t, round), sd);
+    if (act == 1) {
+      t = _mm512_max_epi32(t, zero);
+    } else if (act == 2) {
+      const __m512i c = _mm512_min_epi32(_mm512_max_epi32(_mm512_add_epi32(t, three), zero), six);
+      const __m512i p = _mm512_sra_epi32(_mm512_add_epi32(_mm512_mullo_epi32(c, t), rq), sq);
+      t = _mm512_srai_epi32(_mm512_add_epi32(_mm512_mullo_epi32(p, _mm512_set1_epi32(5461)),
+                                             _mm512_set1_epi32(16384)), 15);
+    } else if (act == 3) {
+      t = _mm512_min_epi32(_mm512_max_epi32(t, zero), six);
+    }
+    // vpmovdw keeps the low 16 bits of each lane, in order
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(y + i), _mm512_cvtepi32_epi16(t));
+  }
+  if (i < n) bias_act_row_x86(y + i, x + i, n - i, b, up_x, down, up, act, q_out);
 }
 
 }  // namespace oru
