@@ -10,6 +10,11 @@ activation, as the library fuses them) is compared with the matching ONNX output
 graph order, then the final scores and boxes. Prints one line per layer and names the
 first one whose largest difference exceeds tol x max(1, largest reference value).
 Exit status: 0 all agree, 1 a layer differs, 2 usage or file errors.
+
+With a fixed-point dump (dump_nodes --fixed) and --float FLOAT_DUMPDIR, compares the
+fixed-point run with the float run node by node instead, and prints each layer's largest
+error in units of its Q (one step, 2^-q), to show where precision is lost; tol is then
+in steps too (default 64).
 """
 import argparse
 import os
@@ -37,13 +42,61 @@ def read_tensor(path):
     return dims.tolist(), data
 
 
+def compare_fixed(fixed_dir, float_dir, tol):
+    """Fixed-point layer outputs against the float ones, the error in steps of each Q."""
+    try:
+        with open(os.path.join(fixed_dir, "q_list.txt")) as f:
+            qs = [line.split() for line in f if line.strip()]
+    except OSError as e:
+        print(f"compare_layers: {e}", file=sys.stderr)
+        return 2
+    first_bad = None
+    for name, q in qs + [["scores", None], ["boxes", None]]:
+        try:
+            _, got = read_tensor(os.path.join(fixed_dir, name + ".tensor"))
+            _, ref = read_tensor(os.path.join(float_dir, name + ".tensor"))
+        except (OSError, ValueError) as e:
+            print(f"compare_layers: {e}", file=sys.stderr)
+            return 2
+        if got.size != ref.size:
+            print(f"{name:32s} size {got.size} against {ref.size}")
+            first_bad = first_bad or name
+            continue
+        if q is None:
+            diff = np.abs(got.astype(np.float64) - ref)
+            print(f"{name:32s} max |diff| {diff.max():.3e} (decoded floats)")
+            continue
+        step = 2.0 ** -int(q)
+        value = got.astype(np.float64) * step
+        if name == "input":  # the fixed-point input is byte - 127, the float one (byte - 127.5) / 128
+            value -= 0.5 / 128
+        steps = np.abs(value - ref) / step
+        worst = int(np.argmax(steps))
+        bad = steps[worst] > tol
+        print(f"{name:32s} Q {int(q):2d}  max error {steps[worst]:9.1f} steps (mean {steps.mean():7.2f}) "
+              f"at {worst} (float {ref[worst]:+.5f}, fixed {value[worst]:+.5f}){'  <-- beyond tol' if bad else ''}")
+        if bad and first_bad is None:
+            first_bad = name
+    if first_bad:
+        print(f"first layer beyond tolerance: {first_bad}")
+        return 1
+    print("all layers within tolerance")
+    return 0
+
+
 def main(argv):
     ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     ap.add_argument("dump_dir")
     ap.add_argument("--onnx", default=os.path.join(ROOT, "models", "ultraface",
                                                    "version-slim-320_without_postprocessing.onnx"))
-    ap.add_argument("--tol", type=float, default=1e-4)
+    ap.add_argument("--tol", type=float, default=None)
+    ap.add_argument("--float", dest="float_dir", default=None,
+                    help="float dump to compare a fixed-point dump with, node by node")
     args = ap.parse_args(argv)
+    if args.float_dir:
+        return compare_fixed(args.dump_dir, args.float_dir, 64.0 if args.tol is None else args.tol)
+    if args.tol is None:
+        args.tol = 1e-4
     try:
         _, layers = onnx_to_weights.convert(args.onnx)
         dims, x = read_tensor(os.path.join(args.dump_dir, "input.tensor"))

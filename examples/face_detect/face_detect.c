@@ -1,7 +1,8 @@
 /* face_detect IMAGE.bmp [-o OUT.bmp] [--threshold 0.7] [--iou 0.3] [--repeat N]
- *             [--keep-aspect] [--model PATH] [--method auto|0|2]
+ *             [--keep-aspect] [--model PATH] [--method auto|0|2] [--fixed]
  * Prints one "x0 y0 x1 y1 score" line per face, best first, in the image's pixels, and
- * draws the boxes on a copy of the image. */
+ * draws the boxes on a copy of the image. --fixed runs the network in 16-bit fixed point
+ * with the Q list shipped beside the weights. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -20,7 +21,7 @@
 static int usage(void) {
   fprintf(stderr,
           "usage: face_detect IMAGE.bmp [-o OUT.bmp] [--threshold 0.7] [--iou 0.3] [--repeat N] "
-          "[--keep-aspect] [--model PATH] [--method auto|0|2]\n");
+          "[--keep-aspect] [--model PATH] [--method auto|0|2] [--fixed]\n");
   return 1;
 }
 
@@ -57,6 +58,7 @@ int main(int argc, char **argv) {
   const char *image_path = NULL, *out_path = NULL, *model = ULTRAFACE_DEFAULT_MODEL;
   float threshold = 0.7f, iou = 0.3f;
   int repeat = 0, keep_aspect = 0, model_given = 0, method = (int)ULTRAFACE_METHOD_PER_LAYER;
+  uint32_t backend = ULTRAFACE_BACKEND_FLOAT;
   for (int i = 1; i < argc; ++i) {
     const char *a = argv[i];
     int has_value = i + 1 < argc;
@@ -70,6 +72,7 @@ int main(int argc, char **argv) {
       method = !strcmp(m, "auto") ? (int)ULTRAFACE_METHOD_PER_LAYER : !strcmp(m, "0") ? 0 : !strcmp(m, "2") ? 2 : -1;
     }
     else if (!strcmp(a, "--keep-aspect")) keep_aspect = 1;
+    else if (!strcmp(a, "--fixed")) backend = ULTRAFACE_BACKEND_FIXED;
     else if (a[0] == '-' || image_path) return usage();
     else image_path = a;
   }
@@ -94,7 +97,7 @@ int main(int argc, char **argv) {
     fprintf(stderr, "face_detect: %s: cannot decode the BMP file\n", image_path);
     return 1;
   }
-  ultraface *net = ultraface_create(model, (uint32_t)method);
+  ultraface *net = ultraface_create_backend(model, (uint32_t)method, backend);
   float *faces = (float *)malloc(sizeof(float) * 5 * MAX_FACES);
   if (!net || !faces) {
     free(faces);

@@ -69,6 +69,12 @@ static int32_t source_layer(int32_t i) {
   }
 }
 
+int32_t ultraface_source_node(int32_t index) {
+  if (index < 0 || index >= ULTRAFACE_LAYERS) return -1;
+  int32_t src = source_layer(index);
+  return src < 0 ? ULTRAFACE_NODE_INPUT : ULTRAFACE_NODE_CONV + src;
+}
+
 /* The eight heads in the order their nodes are numbered: conv node, channels, class head. */
 static const struct { int32_t node, channels, scores; } heads[8] = {
     {ULTRAFACE_NODE_CLS0, 6, 1},  {ULTRAFACE_NODE_REG0, 12, 0}, {ULTRAFACE_NODE_CLS1, 4, 1},
@@ -78,6 +84,9 @@ static const struct { int32_t node, channels, scores; } heads[8] = {
 
 struct ultraface {
   oru_cg_handle *graph;
+  uint32_t backend;
+  float *fixed_scores;    /* fixed point: 4420 x 2 after the softmax */
+  float *fixed_locations; /* fixed point: 4420 x 4 */
   float *weights;
   oru_tensor *input;
   oru_tensor *layer_weights[ULTRAFACE_LAYERS];
@@ -114,7 +123,7 @@ static int32_t head_first_node(int32_t h) {
   return node;
 }
 
-static uint32_t add_edges(oru_cg_handle *g) {
+static uint32_t add_layer_edges(oru_cg_handle *g) {
   uint32_t st = 0;
   for (int32_t i = 0; i < ULTRAFACE_LAYERS; ++i) {
     int32_t src = source_layer(i);
@@ -122,6 +131,11 @@ static uint32_t add_edges(oru_cg_handle *g) {
                                                   ULTRAFACE_NODE_CONV + i);
     st |= oru_add_one_edge_into_computation_graph(g, ULTRAFACE_NODE_WEIGHT + i, ULTRAFACE_NODE_CONV + i);
   }
+  return st;
+}
+
+static uint32_t add_edges(oru_cg_handle *g) {
+  uint32_t st = add_layer_edges(g);
   for (int32_t h = 0; h < 8; ++h) {
     int32_t first = head_first_node(h), c = heads[h].channels;
     int32_t concat = first + 1 + c, last = first + 2 + c;
@@ -187,7 +201,7 @@ static uint32_t fastest_method(const ultraface_layer *l) {
 /* The same nodes as the builders bind, one layer at a time from the table, so that each
  * convolution can take its own kernel family. The builders take one method per block,
  * and a block pairs a depthwise with a pointwise layer. */
-static uint32_t bind_layers_each_with_its_method(oru_cg_handle *g) {
+static uint32_t bind_layers_each_with_its_method(oru_cg_handle *g, int fixed) {
   uint32_t st = 0;
   for (int32_t i = 0; i < ULTRAFACE_LAYERS && st == 0; ++i) {
     const ultraface_layer *l = &layers[i];
@@ -201,7 +215,8 @@ static uint32_t bind_layers_each_with_its_method(oru_cg_handle *g) {
     p.conv.dilation_w = p.conv.dilation_h = 1;
     p.conv.groups = l->groups;
     p.conv.has_bias = l->bias;
-    st = oru_cg_set_conv_method(g, fastest_method(l));
+    /* fixed point has its kernels under the direct method only */
+    st = oru_cg_set_conv_method(g, fixed ? 0u : fastest_method(l));
     if (st) break;
     const int32_t node = ULTRAFACE_NODE_CONV + i;
     if (l->bn) {
@@ -272,6 +287,8 @@ void ultraface_release(ultraface **net) {
   free(u->decoded);
   free(u->candidates);
   free(u->kept);
+  free(u->fixed_scores);
+  free(u->fixed_locations);
   free(u);
 }
 
@@ -281,8 +298,137 @@ static ultraface *fail(ultraface *u, const char *what, const char *path) {
   return NULL;
 }
 
+static int32_t *load_q_list(const char *weights_path, const char **why);
+
+/* The fixed-point graph: the input, the convolutions and their weights, all under the
+ * direct method. The heads' reordering and the softmax work on floats, so they are done
+ * after the run, on the heads scaled back by their Q. */
+static ultraface *build_fixed(ultraface *u, const char *weights_path) {
+  const char *why = NULL;
+  int32_t *q_list = load_q_list(weights_path, &why);
+  if (!q_list) return fail(u, why, weights_path);
+  oru_cg_params params = {256, 1, 0, 0, ORU_CG_BACKEND_FIXED};
+  u->graph = oru_create_computation_graph_handle(&params);
+  if (!u->graph) {
+    oru_free(q_list);
+    return fail(u, "cannot create the graph", NULL);
+  }
+  if (oru_cg_set_ptr_q_list(u->graph, q_list) != 0) {
+    oru_free(q_list);
+    return fail(u, "cannot set the Q list", NULL);
+  }
+  if (add_layer_edges(u->graph) != 0 || oru_computation_graph_topo_sort(u->graph) != 0)
+    return fail(u, "cannot build the graph", NULL);
+  uint32_t st = bind_desc(u->graph, ULTRAFACE_NODE_INPUT, 0, u->input, NULL);
+  for (int32_t i = 0; i < ULTRAFACE_LAYERS; ++i)
+    st |= bind_desc(u->graph, ULTRAFACE_NODE_WEIGHT + i, 2, u->layer_weights[i], NULL);
+  st |= bind_layers_each_with_its_method(u->graph, 1);
+  if (st != 0) return fail(u, "cannot bind the graph", NULL);
+  if (oru_prepare_inference_computation(u->graph) != 0) return fail(u, "cannot prepare the graph", NULL);
+  return u;
+}
+
+/* Fixed point after a run: each head (W, H, C) in its Q, scaled back and laid out as the
+ * float graph's records, prior by prior (pixel-major, anchor-minor); scores softmaxed. */
+static uint32_t gather_fixed_heads(ultraface *u) {
+  int32_t score_at = 0, box_at = 0;
+  for (int32_t h = 0; h < 8; ++h) {
+    const oru_tensor *t = oru_get_computation_node_inference_data(u->graph, heads[h].node);
+    const int32_t q = (int32_t)oru_cg_get_q_from_list(u->graph, heads[h].node);
+    if (!t || !t->data || t->type != ai16s || q < 0 || q > 15 || t->dims[2] != heads[h].channels)
+      return ORU_RET_ERR_PARA;
+    const int32_t c = heads[h].channels, plane = t->dims[0] * t->dims[1];
+    float *dst = heads[h].scores ? u->fixed_scores + score_at : u->fixed_locations + box_at;
+    const int32_t room = heads[h].scores ? 2 * ULTRAFACE_PRIORS - score_at : 4 * ULTRAFACE_PRIORS - box_at;
+    if (plane * c > room) return ORU_RET_ERR_PARA;
+    const int16_t *v = (const int16_t *)t->data;
+    const float scale = 1.0f / (float)(1 << q);
+    for (int32_t p = 0; p < plane; ++p)
+      for (int32_t k = 0; k < c; ++k) dst[p * c + k] = (float)v[k * plane + p] * scale;
+    if (heads[h].scores)
+      score_at += plane * c;
+    else
+      box_at += plane * c;
+  }
+  if (score_at != 2 * ULTRAFACE_PRIORS || box_at != 4 * ULTRAFACE_PRIORS) return ORU_RET_ERR_PARA;
+  for (int32_t i = 0; i < ULTRAFACE_PRIORS; ++i) {
+    float *s = u->fixed_scores + 2 * i;
+    const float m = s[0] > s[1] ? s[0] : s[1];
+    double e[2] = {(double)(s[0] - m), (double)(s[1] - m)};
+    oru_fast_expl(e, 2); /* the library's exp keeps this file free of libm */
+    s[0] = (float)(e[0] / (e[0] + e[1]));
+    s[1] = (float)(e[1] / (e[0] + e[1]));
+  }
+  return 0;
+}
+
+int ultraface_q_list_path(char *path, size_t size, const char *weights_path) {
+  if (!path || !weights_path) return -1;
+  size_t n = strlen(weights_path);
+  const char *ext = ".weights";
+  size_t e = strlen(ext);
+  if (n >= e && strcmp(weights_path + n - e, ext) == 0) n -= e;
+  if (n + 3 > size) return -1;
+  memcpy(path, weights_path, n);
+  memcpy(path + n, ".q", 3);
+  return 0;
+}
+
+/* The Q list of the fixed-point graph in memory of the library's, every node below
+ * ULTRAFACE_FIXED_NODES given once, each Q from 0 to 15; null with a reason otherwise. */
+static int32_t *load_q_list(const char *weights_path, const char **why) {
+  char path[4096];
+  if (ultraface_q_list_path(path, sizeof path, weights_path) != 0) {
+    *why = "Q list path too long";
+    return NULL;
+  }
+  FILE *f = fopen(path, "r");
+  if (!f) {
+    *why = "cannot open the Q list";
+    return NULL;
+  }
+  int32_t *list = (int32_t *)oru_calloc(256, sizeof(int32_t));
+  if (!list) {
+    fclose(f);
+    *why = "out of memory";
+    return NULL;
+  }
+  for (int32_t i = 0; i < 256; ++i) list[i] = -1;
+  char line[256];
+  *why = NULL;
+  while (!*why && fgets(line, sizeof line, f)) {
+    const char *p = line;
+    while (*p == ' ' || *p == '\t') ++p;
+    if (*p == '#' || *p == '\n' || *p == '\r' || *p == 0) continue;
+    int node, q;
+    char rest;
+    if (sscanf(p, "%d %d %c", &node, &q, &rest) != 2 || node < 0 || node >= ULTRAFACE_FIXED_NODES ||
+        list[node] != -1)
+      *why = "malformed Q list";
+    else if (q < 0 || q > 15)
+      *why = "Q list value outside 0 to 15";
+    else
+      list[node] = q;
+  }
+  fclose(f);
+  for (int32_t i = 0; i < ULTRAFACE_FIXED_NODES && !*why; ++i)
+    if (list[i] < 0) *why = "Q list misses a node";
+  if (*why) {
+    oru_free(list);
+    return NULL;
+  }
+  return list;
+}
+
 ultraface *ultraface_create(const char *weights_path, uint32_t conv_method) {
-  if (!weights_path) return NULL;
+  return ultraface_create_backend(weights_path, conv_method, ULTRAFACE_BACKEND_FLOAT);
+}
+
+uint32_t ultraface_backend(const ultraface *net) { return net ? net->backend : ULTRAFACE_BACKEND_FLOAT; }
+
+ultraface *ultraface_create_backend(const char *weights_path, uint32_t conv_method, uint32_t backend) {
+  if (!weights_path || backend > ULTRAFACE_BACKEND_FIXED) return NULL;
+  const int fixed = backend == ULTRAFACE_BACKEND_FIXED;
   ultraface *u = (ultraface *)calloc(1, sizeof *u);
   if (!u) return NULL;
   fill_offsets();
@@ -290,12 +436,18 @@ ultraface *ultraface_create(const char *weights_path, uint32_t conv_method) {
   u->decoded = (float *)malloc(sizeof(float) * 4 * ULTRAFACE_PRIORS);
   u->candidates = (float *)malloc(sizeof(float) * 5 * ULTRAFACE_PRIORS);
   u->kept = (float *)malloc(sizeof(float) * 5 * ULTRAFACE_PRIORS);
+  u->backend = backend;
+  if (fixed) {
+    u->fixed_scores = (float *)malloc(sizeof(float) * 2 * ULTRAFACE_PRIORS);
+    u->fixed_locations = (float *)malloc(sizeof(float) * 4 * ULTRAFACE_PRIORS);
+    if (!u->fixed_scores || !u->fixed_locations) return fail(u, "out of memory", NULL);
+  }
   if (!u->weights || !u->decoded || !u->candidates || !u->kept) return fail(u, "out of memory", NULL);
   if (oru_cg_load_model(u->weights, ULTRAFACE_WEIGHT_WORDS, weights_path) != 0)
     return fail(u, "cannot load the weights (missing, short or wrong digest)", weights_path);
 
   int32_t in_dims[4] = {ULTRAFACE_WIDTH, ULTRAFACE_HEIGHT, 3, 1};
-  u->input = oru_create_tensor(4, in_dims, 6);
+  u->input = oru_create_tensor(4, in_dims, fixed ? ai16s : aif32);
   u->priors = oru_generate_priors(ULTRAFACE_HEIGHT, ULTRAFACE_WIDTH, 0);
   u->resized = oru_create_image(ULTRAFACE_WIDTH, ULTRAFACE_HEIGHT, ORU_IMAGE_BGR24);
   if (!u->input || !u->priors || !u->resized) return fail(u, "out of memory", NULL);
@@ -311,6 +463,7 @@ ultraface *ultraface_create(const char *weights_path, uint32_t conv_method) {
       return fail(u, "cannot lay the weights out", l->name);
   }
 
+  if (fixed) return build_fixed(u, weights_path);
   u->graph = oru_create_computation_graph_handle(NULL);
   if (!u->graph) return fail(u, "cannot create the graph", NULL);
   const int per_layer = conv_method == ULTRAFACE_METHOD_PER_LAYER;
@@ -321,7 +474,7 @@ ultraface *ultraface_create(const char *weights_path, uint32_t conv_method) {
   uint32_t st = bind_desc(u->graph, ULTRAFACE_NODE_INPUT, 0, u->input, NULL);
   for (int32_t i = 0; i < ULTRAFACE_LAYERS; ++i)
     st |= bind_desc(u->graph, ULTRAFACE_NODE_WEIGHT + i, 2, u->layer_weights[i], NULL);
-  st |= per_layer ? bind_layers_each_with_its_method(u->graph) : bind_backbone_and_heads(u->graph);
+  st |= per_layer ? bind_layers_each_with_its_method(u->graph, 0) : bind_backbone_and_heads(u->graph);
   for (int32_t h = 0; h < 8; ++h) st |= bind_head_reorder(u->graph, h);
   st |= bind_outputs(u->graph);
   if (st != 0) return fail(u, "cannot bind the graph", NULL);
@@ -336,18 +489,23 @@ ultraface *ultraface_create(const char *weights_path, uint32_t conv_method) {
 
 oru_tensor *ultraface_input(ultraface *net) { return net ? net->input : NULL; }
 oru_cg_handle *ultraface_graph(ultraface *net) { return net ? net->graph : NULL; }
+const float *ultraface_weights(ultraface *net) { return net ? net->weights : NULL; }
 
 uint32_t ultraface_run(ultraface *net) {
   if (!net) return ORU_RET_ERR_PARA;
-  return oru_computation_graph_inference(net->graph);
+  uint32_t st = oru_computation_graph_inference(net->graph);
+  if (st == 0 && net->backend == ULTRAFACE_BACKEND_FIXED) st = gather_fixed_heads(net);
+  return st;
 }
 
 const float *ultraface_scores(ultraface *net) {
+  if (net && net->backend == ULTRAFACE_BACKEND_FIXED) return net->fixed_scores;
   const oru_tensor *t = net ? oru_get_computation_node_inference_data(net->graph, ULTRAFACE_NODE_SCORES) : NULL;
   return t ? (const float *)t->data : NULL;
 }
 
 const float *ultraface_locations(ultraface *net) {
+  if (net && net->backend == ULTRAFACE_BACKEND_FIXED) return net->fixed_locations;
   const oru_tensor *t = net ? oru_get_computation_node_inference_data(net->graph, ULTRAFACE_NODE_BOXES) : NULL;
   return t ? (const float *)t->data : NULL;
 }
@@ -369,7 +527,10 @@ int32_t ultraface_detect(ultraface *net, const oru_image *bgr, float threshold, 
   uint32_t st = oru_image_resizer(net->resized, source, ORU_RESIZE_BILINEAR);
   if (padded) oru_release_matrix(&padded);
   if (st != 0) return -1;
-  oru_transform_image_data_for_ssd_detector(net->input, net->resized);
+  if (net->backend == ULTRAFACE_BACKEND_FIXED)
+    oru_transform_image_data_for_ssd_detector_fp16(net->input, net->resized);
+  else
+    oru_transform_image_data_for_ssd_detector(net->input, net->resized);
   if (ultraface_run(net) != 0) return -1;
 
   return ultraface_decode(net, frame_w, frame_h, (float)left, (float)top, threshold, iou, faces, max_faces);

@@ -3,6 +3,7 @@
 #ifndef ULTRAFACE_H
 #define ULTRAFACE_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include "orucore.h"
@@ -54,6 +55,8 @@ typedef struct ultraface ultraface;
 
 /* The layer table the graph is built from (index 0..ULTRAFACE_LAYERS-1), or null. */
 const ultraface_layer *ultraface_get_layer(int32_t index);
+/* The node whose output feeds layer index (the input node for the first), or -1. */
+int32_t ultraface_source_node(int32_t index);
 
 /* Conv method of ultraface_create that picks the kernel family layer by layer. */
 #define ULTRAFACE_METHOD_PER_LAYER 255u
@@ -64,6 +67,28 @@ const ultraface_layer *ultraface_get_layer(int32_t index);
  * fastest method.
  * Null on failure, with a one-line reason on stderr. */
 ultraface *ultraface_create(const char *weights_path, uint32_t conv_method);
+
+/* Backends of ultraface_create_backend. */
+#define ULTRAFACE_BACKEND_FLOAT 0u
+#define ULTRAFACE_BACKEND_FIXED 1u
+
+/* Node ids up to which a fixed-point graph has nodes: the input, the 42 convolutions and
+ * their weights. Its outputs are the eight heads, read back through their Q. */
+#define ULTRAFACE_FIXED_NODES ULTRAFACE_NODE_HEADS
+
+/* As ultraface_create, with the backend. ULTRAFACE_BACKEND_FIXED runs the network on
+ * ai16s tensors with conv method 0 (conv_method is not read): the input tensor is ai16s,
+ * byte - 127 in Q 7, as the fixed-point SSD transform fills it, and the Q list is read from
+ * the file beside the weights with the extension ".q" in place of ".weights" (or appended):
+ * text lines "node q", '#' starting a comment, one for every node below
+ * ULTRAFACE_FIXED_NODES. Scores and locations come back as floats on both backends: in
+ * fixed point the heads are scaled back by their Q and reordered here, and the scores go
+ * through a two-way softmax. */
+ultraface *ultraface_create_backend(const char *weights_path, uint32_t conv_method, uint32_t backend);
+/* The Q list file that ultraface_create_backend reads for a weights file, in a buffer of
+ * the caller's; 0 on success, -1 when it doesn't fit. */
+int ultraface_q_list_path(char *path, size_t size, const char *weights_path);
+uint32_t ultraface_backend(const ultraface *net);
 void ultraface_release(ultraface **net);
 
 /* The input tensor (320 x 240 x 3 planes, RGB, (v - 127.5) / 128), to fill by hand. */
@@ -74,6 +99,8 @@ uint32_t ultraface_run(ultraface *net);
 const float *ultraface_scores(ultraface *net);
 const float *ultraface_locations(ultraface *net);
 oru_cg_handle *ultraface_graph(ultraface *net);
+/* The float words of the weight file, layer by layer at ultraface_layer.offset. */
+const float *ultraface_weights(ultraface *net);
 
 /* The whole detector on a BGR image: resize (or pad to 4:3 first with keep_aspect),
  * run, decode, threshold, NMS. Writes up to max_faces records of x0 y0 x1 y1 score in

@@ -194,6 +194,9 @@ ORU_API uint32_t oru_prepare_inference_computation(oru_cg_handle *handle) {
   if (!handle) ORU_FAIL_MSG(ORU_RET_ERR_PARA, kParamsError);
   const int32_t n = oru::cg_node_count(handle);
   if (n > 0 && !handle->topo_order) ORU_FAIL_MSG(ORU_RET_ERR_PARA, kParamsError);
+  // Every fixed-point operator reads its Q values here: without the list none has any.
+  if (handle->backend == ORU_CG_BACKEND_FIXED && !handle->q_list)
+    ORU_FAIL_MSG(ORU_RET_ERR_PARA, "fixed-point graph prepared without a Q list");
   for (int32_t i = 0; i < n; ++i) {
     const int32_t node = handle->topo_order[i];
     if (!handle->contexts || !handle->contexts[node]) return ORU_RET_ERR_PARA;

@@ -51,3 +51,13 @@ file(SIZE ${SOURCE}/data/images/faces-3.bmp in_size)
 if(NOT size EQUAL in_size)
   message(FATAL_ERROR "good run: output image of ${size} bytes, input ${in_size}")
 endif()
+
+# the same run in fixed point: the same five faces, the image written
+file(REMOVE ${WORK}/out-fixed.bmp)
+execute_process(COMMAND ${PROGRAM} ${SOURCE}/data/images/faces-3.bmp --fixed -o ${WORK}/out-fixed.bmp
+  WORKING_DIRECTORY ${WORK} RESULT_VARIABLE rc OUTPUT_VARIABLE out ERROR_VARIABLE err)
+string(REGEX MATCHALL "\n[0-9.]+ [0-9.]+ [0-9.]+ [0-9.]+ 0\\.[0-9]+" faces "\n${out}")
+list(LENGTH faces n)
+if(NOT rc EQUAL 0 OR NOT n EQUAL 5 OR NOT EXISTS ${WORK}/out-fixed.bmp)
+  message(FATAL_ERROR "fixed-point run: status ${rc}, ${n} faces:\n${out}${err}")
+endif()

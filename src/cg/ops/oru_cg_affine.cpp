@@ -15,7 +15,9 @@ uint32_t affine_forward(void *context) {
   auto *c = static_cast<oru_cg_affine_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED)
+    return fixed_point_result(
+        oru_tensor_affine_fpi16(c->output, c->q_out, c->input, c->q_in, c->matrix, c->q_matrix, &c->params));
   const oru_tensor *in = c->input, *m = c->matrix;
   oru_tensor *out = c->output;
   if (!has_data(in) || !has_data(m) || !has_data(out) || m->total_elements != 6) return ORU_RET_ERR_PARA;

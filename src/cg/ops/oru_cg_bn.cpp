@@ -19,7 +19,9 @@ uint32_t bn1d_forward(void *context) {
   auto *c = static_cast<oru_cg_bn_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED)
+    return fixed_point_result(oru_tensor_batchnorm1d_fpi16(c->output, c->q_out, c->input, c->q_in, c->weights,
+                                                           c->q_gamma, c->q_beta, c->q_mean, c->q_var, &c->params));
   const oru_tensor *in = c->input, *w = c->weights;
   oru_tensor *out = c->output;
   if (!has_data(in) || !has_data(w) || !has_data(out) || !same_dims(in, out)) return ORU_RET_ERR_PARA;

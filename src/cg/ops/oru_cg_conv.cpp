@@ -8,6 +8,7 @@
 #include "cg/oru_cg_internal.h"
 #include "core/oru_report.h"
 #include "oru_conv.h"
+#include "oru_fixed.h"
 
 namespace oru {
 
@@ -89,7 +90,17 @@ uint32_t init_inference(oru_cg_handle *h, int32_t node, Kind kind) {
   if (!h || node < 0) return ORU_RET_ERR_PARA;
   auto *c = static_cast<oru_conv2d_context *>(cg_context(h, node));
   if (!c || c->op_type != op_code_of(kind)) return ORU_RET_ERR_PARA;
+  const bool fixed = c->backend == ORU_CG_BACKEND_FIXED;
+  if (fixed && c->weight) oru_release_tensor(&c->weight);
   oru::conv_resolve_inputs(h, node, &c->input, &c->weight);
+  if (fixed) {
+    // The kernels and the bias share one Q; the converted copy is this node's.
+    oru_tensor *raw = c->weight;
+    c->weight = nullptr;
+    if (uint32_t st = oru::conv_fixed_q(h, node, &c->q_in, &c->q_out)) return st;
+    if (uint32_t st = oru::conv_fixed_weights(raw, raw ? raw->total_elements : 0, &c->weight, &c->q_weight))
+      return st;
+  }
   const oru_conv2d_params &p = c->params;
   if (c->input && c->weight && c->input->ndims >= 3) {
     int32_t in_w = c->input->dims[0], in_h = c->input->dims[1], out_w, out_h;
@@ -118,8 +129,10 @@ uint32_t init_inference(oru_cg_handle *h, int32_t node, Kind kind) {
 }
 
 uint32_t uninit(void **context) {
-  return oru::cg_release_context<oru_conv2d_context>(
-      context, [](oru_conv2d_context *c) { oru::conv_release_calc_info(c->calc_info); });
+  return oru::cg_release_context<oru_conv2d_context>(context, [](oru_conv2d_context *c) {
+    if (c->backend == ORU_CG_BACKEND_FIXED && c->weight) oru_release_tensor(&c->weight);
+    oru::conv_release_calc_info(c->calc_info);
+  });
 }
 
 using ChwKernel = uint32_t (*)(oru_tensor *, const oru_tensor *, const oru_tensor *, const oru_conv2d_params *,
@@ -127,9 +140,25 @@ using ChwKernel = uint32_t (*)(oru_tensor *, const oru_tensor *, const oru_tenso
 using GemmKernel = uint32_t (*)(oru_tensor *, const oru_tensor *, const oru_tensor *, const oru_conv2d_params *,
                                 const oru_im2col_gemm_info *);
 
-uint32_t run(void *context, ChwKernel chw, GemmKernel gemm) {
+using FixedKernel = uint32_t (*)(oru_tensor *, int32_t, const oru_tensor *, int32_t, const oru_tensor *, int32_t,
+                                 const oru_conv2d_params *, const uint32_t *);
+
+// Fixed point: the direct kernel, then the bias on the output in place, in the output's Q.
+uint32_t run_fixed(oru_conv2d_context *c, FixedKernel kernel) {
+  uint32_t st = kernel(c->output, c->q_out, c->input, c->q_in, c->weight, c->q_weight, &c->params, &c->conv_workers);
+  if (st == ORU_RET_OK && c->params.has_bias == 1)
+    st = oru_tensor_bias_chw_fpi16(c->output, c->q_out, c->output, c->q_out, c->weight, c->q_weight, &c->params);
+  if (st != ORU_RET_OK) ORU_REPORT_STATUS(st);
+  return st;
+}
+
+uint32_t run(void *context, ChwKernel chw, GemmKernel gemm, FixedKernel fixed) {
   auto *c = static_cast<oru_conv2d_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
+  if (c->backend == ORU_CG_BACKEND_FIXED) {
+    if (c->conv_method != ORU_CG_CONV_DIRECT_CHW) return ORU_RET_ERR_NOT_SUPPORT;  // refused at bind
+    return run_fixed(c, fixed);
+  }
   uint32_t st;
   switch (c->conv_method) {
     case ORU_CG_CONV_DIRECT_CHW:
@@ -195,13 +224,15 @@ ORU_API oru_tensor *oru_get_conv2d_inference_data(oru_cg_handle *h, int32_t node
 }
 
 uint32_t oru_cg_std_conv2d(void *context) {
-  return run(context, oru_tensor_std_conv2d_chw, oru_tensor_std_conv2d_im2col_gemm);
+  return run(context, oru_tensor_std_conv2d_chw, oru_tensor_std_conv2d_im2col_gemm, oru_tensor_std_conv2d_chw_fpi16);
 }
 uint32_t oru_cg_depthwise_conv2d(void *context) {
-  return run(context, oru_tensor_depthwise_conv2d_chw, oru_tensor_depthwise_conv2d_im2col_gemm);
+  return run(context, oru_tensor_depthwise_conv2d_chw, oru_tensor_depthwise_conv2d_im2col_gemm,
+             oru_tensor_depthwise_conv2d_chw_fpi16);
 }
 uint32_t oru_cg_conv2d_1x1(void *context) {
-  return run(context, oru_tensor_pointwise_conv2d_chw, oru_tensor_pointwise_conv2d_im2col_gemm);
+  return run(context, oru_tensor_pointwise_conv2d_chw, oru_tensor_pointwise_conv2d_im2col_gemm,
+             oru_tensor_pointwise_conv2d_chw_fpi16);
 }
 
 uint32_t oru_cg_dilated_conv2d(void *context) {

@@ -36,11 +36,22 @@ void conv_resolve_inputs(oru_cg_handle *h, int32_t node, oru_tensor **input, oru
 oru_tensor *conv_make_output(const oru_tensor *input, int32_t out_w, int32_t out_h, int32_t channels,
                              uint32_t dev_type, bool force_storage);
 
-// The packed HWG family and the fixed-point kernels are not part of this build: a node asking
-// for them is refused at init_context rather than left to run half of its work.
+// The packed HWG family is not part of this build, and fixed point has kernels under the
+// direct method only: a node asking for either is refused at init_context rather than left
+// to run float kernels on ai16s data.
 inline bool conv_unbuilt_method(const oru_cg_handle *h) {
-  return h->conv_method == ORU_CG_CONV_PACKED_HWG || h->backend == ORU_CG_BACKEND_FIXED;
+  return h->conv_method == ORU_CG_CONV_PACKED_HWG ||
+         (h->backend == ORU_CG_BACKEND_FIXED && h->conv_method != ORU_CG_CONV_DIRECT_CHW);
 }
+
+// Fixed point at prepare: q_in from the list at the node's data source, q_out at the node;
+// a value outside 0 to 15 (or no list) is refused with one report.
+uint32_t conv_fixed_q(oru_cg_handle *h, int32_t node, int32_t *q_in, int32_t *q_out);
+
+// Fixed point at prepare: the Q of the first count elements of float weights, and an ai16s
+// copy of the tensor's shape holding those elements in that Q (the rest zero). On failure
+// *converted stays null.
+uint32_t conv_fixed_weights(const oru_tensor *weight, int64_t count, oru_tensor **converted, int32_t *q_weight);
 
 // Copies a node's parameters and the handle's convolution settings into its fresh context.
 template <typename Ctx>

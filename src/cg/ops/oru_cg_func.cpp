@@ -25,10 +25,33 @@ uint32_t hswish_forward(void *context) {
   auto *c = static_cast<oru_cg_unary_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED)
+    return fixed_point_result(oru_tensor_hswish_fpi16(c->output, c->q_out, c->input, c->q_in));
   if (!has_data(c->input) || !has_data(c->output)) return ORU_RET_ERR_PARA;
   hswish_f32(static_cast<float *>(c->output->data), static_cast<const float *>(c->input->data),
              c->input->total_elements);
+  return ORU_RET_OK;
+}
+
+// The fixed-point sigmoid is a float computation on the 16-bit values; the result is in
+// Q15 whatever the node's own Q says.
+uint32_t sigmoid_fpi16(const oru_cg_unary_context *c) {
+  const oru_tensor *in = c->input;
+  oru_tensor *out = c->output;
+  if (!has_data(in) || !has_data(out) || in->type != ai16s || out->type != ai16s || c->q_in < 0 ||
+      c->q_in > ORU_Q_MAX || out->total_elements > in->total_elements)
+    return ORU_RET_ERR_PARA;
+  const float s = static_cast<float>(1.0 / std::ldexp(1.0, c->q_in));
+  const int16_t *x = static_cast<const int16_t *>(in->data);
+  int16_t *y = static_cast<int16_t *>(out->data);
+  for (int64_t i = 0; i < out->total_elements; ++i) {
+    const float v = float(x[i]) * s;
+    const float e = static_cast<float>(std::exp(double(v)));
+    const float r = (e / (e + 1.0f)) * 32768.0f;
+    // Nearest, ties to even; 32768 has no room in 16 signed bits and wraps, a NaN gives 0.
+    const float n = std::nearbyint(r);
+    y[i] = std::isnan(n) ? int16_t(0) : int16_t(uint16_t(uint32_t(int32_t(n))));
+  }
   return ORU_RET_OK;
 }
 
@@ -36,7 +59,7 @@ uint32_t sigmoid_forward(void *context) {
   auto *c = static_cast<oru_cg_unary_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED) return fixed_point_result(sigmoid_fpi16(c));
   if (!has_data(c->input) || !has_data(c->output) || c->input->total_elements != c->output->total_elements ||
       c->input->type != c->output->type)
     return ORU_RET_ERR_PARA;
@@ -80,7 +103,8 @@ uint32_t add_forward(void *context) {
   auto *c = static_cast<oru_cg_binary_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED)
+    return fixed_point_result(oru_tensor_add_fpi16(c->output, c->q_out, c->input_a, c->q_a, c->input_b, c->q_b));
   const oru_tensor *a = c->input_a, *b = c->input_b;
   oru_tensor *out = c->output;
   if (!has_data(a) || !has_data(b) || !has_data(out)) return ORU_RET_ERR_PARA;

@@ -28,7 +28,9 @@ uint32_t linear_forward(void *context) {
   auto *c = static_cast<oru_cg_linear_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED)
+    return fixed_point_result(
+        oru_tensor_linear_bias_fpi16(c->output, c->q_out, c->input, c->q_in, c->weights, c->q_w, &c->params));
   const oru_tensor *in = c->input, *w = c->weights;
   oru_tensor *out = c->output;
   if (!has_data(in) || !has_data(w) || !has_data(out) || in->ndims != 2 || out->ndims != 2) return ORU_RET_ERR_PARA;

@@ -9,6 +9,7 @@
 #include "cg/oru_cg_internal.h"
 #include "conv/oru_conv_internal.h"
 #include "core/oru_report.h"
+#include "oru_fixed.h"
 
 namespace {
 
@@ -119,7 +120,16 @@ ORU_API uint32_t oru_init_conv2d_act_context_inference(oru_cg_handle *h, int32_t
   if (!h || node < 0) return ORU_RET_ERR_PARA;
   auto *c = oru::cg_context_of<oru_conv2d_act_context>(h, node, {ORU_CG_OP_CONV2D_ACT});
   if (!c) return ORU_RET_ERR_PARA;
+  const bool fixed = c->backend == ORU_CG_BACKEND_FIXED;
+  if (fixed && c->weight) oru_release_tensor(&c->weight);
   oru::conv_resolve_inputs(h, node, &c->input, &c->weight);
+  if (fixed) {
+    oru_tensor *raw = c->weight;
+    c->weight = nullptr;
+    if (uint32_t st = oru::conv_fixed_q(h, node, &c->q_in, &c->q_out)) return st;
+    if (uint32_t st = oru::conv_fixed_weights(raw, raw ? raw->total_elements : 0, &c->weight, &c->q_weight))
+      return st;
+  }
   const oru_conv2d_params &p = c->params.conv;
   if (c->input && c->weight && c->input->ndims >= 3) c->output = fused_output(c->input, p, c->dev_type);
   if (!c->output) ORU_FAIL_MSG(ORU_RET_ERR_MEMORY, oru::kCgOutputFailed);
@@ -139,6 +149,10 @@ ORU_API uint32_t oru_init_conv2d_bn2d_act_context_inference(oru_cg_handle *h, in
   if (!c) return ORU_RET_ERR_PARA;
   oru::conv_resolve_inputs(h, node, &c->input, &c->weight);
   const oru_conv2d_params &p = c->params.conv;
+  const bool fixed = c->backend == ORU_CG_BACKEND_FIXED;
+  if (fixed) {
+    if (uint32_t st = oru::conv_fixed_q(h, node, &c->q_in, &c->q_out)) return st;
+  }
   if (c->input && c->weight && c->input->ndims >= 3) {
     c->output = fused_output(c->input, p, c->dev_type);
     c->fused_weight = oru_create_tensor(c->weight->ndims, c->weight->dims, aif32);
@@ -147,6 +161,15 @@ ORU_API uint32_t oru_init_conv2d_bn2d_act_context_inference(oru_cg_handle *h, in
   // A source of the wrong size leaves the fused weights unfused: the model file's size is
   // the caller's check.
   oru_tensor_fuse_conv2d_bn2d_weight(c->fused_weight, c->weight, &c->params);
+  if (fixed) {
+    // The float fusion is a step on the way: kernels and fused bias get one Q together.
+    oru_tensor *fused = c->fused_weight;
+    c->fused_weight = nullptr;
+    const int64_t count = p.out_channels + int64_t(p.kernel_w) * p.kernel_h * oru::kernel_count(p);
+    const uint32_t st = oru::conv_fixed_weights(fused, count, &c->fused_weight, &c->q_weight);
+    oru_release_tensor(&fused);
+    return st;
+  }
   if (c->conv_method == ORU_CG_CONV_IM2COL_GEMM) {
     c->calc_info = oru_create_im2col_gemm_calc_info(c->input, c->fused_weight, &p, &c->conv_workers);
     if (!c->calc_info) return ORU_RET_ERR_MEMORY;
@@ -155,8 +178,10 @@ ORU_API uint32_t oru_init_conv2d_bn2d_act_context_inference(oru_cg_handle *h, in
 }
 
 ORU_API uint32_t oru_uninit_conv2d_act_context(void **context) {
-  return oru::cg_release_context<oru_conv2d_act_context>(
-      context, [](oru_conv2d_act_context *c) { oru::conv_release_calc_info(c->calc_info); });
+  return oru::cg_release_context<oru_conv2d_act_context>(context, [](oru_conv2d_act_context *c) {
+    if (c->backend == ORU_CG_BACKEND_FIXED && c->weight) oru_release_tensor(&c->weight);
+    oru::conv_release_calc_info(c->calc_info);
+  });
 }
 
 ORU_API uint32_t oru_uninit_conv2d_bn2d_act_context(void **context) {
@@ -177,6 +202,13 @@ ORU_API oru_tensor *oru_get_conv2d_bn2d_act_inference_data(oru_cg_handle *h, int
 uint32_t oru_cg_conv2d_act(void *context) {
   auto *c = static_cast<oru_conv2d_act_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
+  if (c->backend == ORU_CG_BACKEND_FIXED) {
+    if (c->conv_method != ORU_CG_CONV_DIRECT_CHW) return ORU_RET_ERR_NOT_SUPPORT;  // refused at bind
+    const uint32_t st = oru_tensor_conv2d_act_chw_fpi16(c->output, c->q_out, c->input, c->q_in, c->weight,
+                                                        c->q_weight, &c->params, &c->conv_workers);
+    if (st != ORU_RET_OK) ORU_REPORT_STATUS(st);
+    return st;
+  }
   if (c->conv_method != ORU_CG_CONV_DIRECT_CHW && c->conv_method != ORU_CG_CONV_IM2COL_GEMM)
     return c->conv_method == ORU_CG_CONV_PACKED_HWG ? ORU_RET_ERR_NOT_SUPPORT : ORU_RET_OK;
   if (!c->input || !c->output || !c->weight || (c->conv_method == ORU_CG_CONV_IM2COL_GEMM && !c->calc_info))
@@ -197,6 +229,13 @@ uint32_t oru_cg_conv2d_act(void *context) {
 uint32_t oru_cg_conv2d_bn2d_act(void *context) {
   auto *c = static_cast<oru_conv2d_bn2d_act_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
+  if (c->backend == ORU_CG_BACKEND_FIXED) {
+    if (c->conv_method != ORU_CG_CONV_DIRECT_CHW) return ORU_RET_ERR_NOT_SUPPORT;  // refused at bind
+    const uint32_t st = oru_tensor_conv2d_bn2d_act_chw_fpi16(c->output, c->q_out, c->input, c->q_in, c->fused_weight,
+                                                             c->q_weight, &c->params, &c->conv_workers);
+    if (st != ORU_RET_OK) ORU_REPORT_STATUS(st);
+    return st;
+  }
   const bool direct = c->conv_method == ORU_CG_CONV_DIRECT_CHW;
   if (!direct && c->conv_method != ORU_CG_CONV_IM2COL_GEMM)
     return c->conv_method == ORU_CG_CONV_PACKED_HWG ? ORU_RET_ERR_NOT_SUPPORT : ORU_RET_OK;

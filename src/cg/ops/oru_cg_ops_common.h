@@ -9,6 +9,7 @@
 #include "core/oru_report.h"
 #include "core/oru_scratch.h"
 #include "oru_cg.h"
+#include "oru_fixed.h"
 
 namespace oru {
 
@@ -35,10 +36,11 @@ inline bool has_data(const oru_tensor *t) { return t && t->data; }
 
 inline bool fixed_point(const oru_cg_handle *h) { return h->backend == ORU_CG_BACKEND_FIXED; }
 
-// The fixed-point forms of the element-wise operators come later: until then a fixed-point
-// graph is refused at run time, with one report, rather than running a float loop on ai16s.
-inline uint32_t refuse_fixed_point() {
-  ORU_FAIL(ORU_RET_ERR_NOT_SUPPORT);
+// The status of a fixed-point kernel, reported once where the run stops: those kernels
+// refuse silently (float tensors in a fixed-point graph, Q values outside 0 to 15).
+inline uint32_t fixed_point_result(uint32_t status) {
+  if (status != ORU_RET_OK) ORU_REPORT_STATUS(status);
+  return status;
 }
 
 }  // namespace oru

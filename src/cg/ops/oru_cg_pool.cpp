@@ -50,7 +50,8 @@ uint32_t avg_forward(void *context) {
   auto *c = static_cast<oru_cg_pool_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED)
+    return fixed_point_result(oru_tensor_avg_pool2d_fpi16(c->output, c->q_out, c->input, c->q_in, c->params.kernel_w));
   return pool_run(c, false);
 }
 

@@ -111,7 +111,9 @@ uint32_t concat_forward(void *context) {
   auto *c = static_cast<oru_cg_concat_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (cg_external_device(c->dev_type)) return ORU_RET_OK;
-  if (c->backend == ORU_CG_BACKEND_FIXED) return refuse_fixed_point();
+  if (c->backend == ORU_CG_BACKEND_FIXED)
+    return fixed_point_result(oru_tensor_concat_fpi16(c->output, c->q_out, c->inputs, c->q_inputs,
+                                                      static_cast<int32_t>(c->axis), c->count));
   oru_tensor *out = c->output;
   if (!has_data(out) || !c->inputs || c->count < 1) return ORU_RET_ERR_PARA;
   const uint32_t axis = c->axis;
