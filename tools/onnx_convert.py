@@ -290,7 +290,7 @@ class Converter:
         if dilated:
             if groups != 1:
                 raise Refusal(node, "dilated convolution with groups")
-            nid = self.emit("dilated_conv2d", tail, [src], conv[:13] + [0], w)
+            nid = self.emit("dilated_conv2d", tail + ("#conv" if b is not None else ""), [src], conv[:13] + [0], w)
             if b is not None:
                 self.bind(tail, nid, [n, out_c, oh, ow])
                 nid = self.emit("bias", tail + "#bias", [nid], (), b)
@@ -357,10 +357,12 @@ class Converter:
         src = self.need(node.input[0], node)
         conv = [in_c, out_per_group, kw, kh, sw, sh, pw, ph, 0, oph, 1, 1, 1, 0]
         tail = node.output[0]
-        nid = self.emit("transposed_conv2d", tail, [src], conv, w)
+        # the library reads kernel (o, i); ONNX stores (i, o)
+        nid = self.emit("transposed_conv2d", tail + ("#conv" if b is not None else ""), [src], conv,
+                        w.transpose(1, 0, 2, 3))
         if b is not None:
             self.bind(tail, nid, [n, out_per_group, oh, ow])
-            nid = self.emit("bias", tail + "#bias", [nid], (), b)
+            nid = self.emit("bias", tail, [nid], (), b)
         self.bind(tail, nid, [n, out_per_group, oh, ow])
 
     def op_BatchNormalization(self, node):

@@ -232,6 +232,10 @@ uint32_t build(oru_cg_net *net, int32_t method, const char *origin) {
           return report_line(ORU_RET_ERR_MEMORY, origin, n.line, "no memory for the weights of '%s'", n.name);
         st = bind(net->graph, w++, ORU_CG_OP_WEIGHT, t, nullptr);
       }
+      // An empty slot would bind without complaint and fail only at prepare.
+      if (!st && !net->graph->operators[n.op].init_context)
+        return report_line(ORU_RET_ERR_NOT_SUPPORT, origin, n.line, "this build has no operator for '%s'",
+                           net_operator_name(n.op));
       if (!st) st = bind_operator(net, i, method);
     }
     if (st) return report_line(st, origin, n.line, "the graph refused node '%s' (status %u)", n.name, st);
