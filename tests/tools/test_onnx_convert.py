@@ -303,3 +303,44 @@ def test_shipped_face_network_is_what_the_converter_writes(tmp_path):
     assert onnx_convert.main([model, str(tmp_path / "m")]) == 0
     assert open(tmp_path / "m.net").read() == open(shipped + ".net").read()
     assert open(tmp_path / "m.weights", "rb").read() == open(shipped + ".weights", "rb").read()
+
+
+FACE_DETECT = os.environ.get("ORU_FACE_DETECT", "")
+
+
+@pytest.mark.skipif(not os.path.isfile(FACE_DETECT), reason="ORU_FACE_DETECT is not set")
+def test_face_detector_converted_for_640x480_matches_opencv_and_finds_the_faces(tmp_path):
+    """A graph nobody bound by hand: the face network converted for another input size,
+    whose reshapes and prior count (17640) differ from the built-in graph's."""
+    model = os.path.join(ROOT, "models", "ultraface", "version-slim-320_without_postprocessing.onnx")
+    out = str(tmp_path / "face640")
+    assert onnx_convert.main([model, out, "--input-size", "640x480"]) == 0
+    x = np.random.default_rng(3).uniform(-1, 1, (1, 3, 480, 640)).astype(np.float32)
+    write_tensor(str(tmp_path / "x.tensor"), x)
+    dump = tmp_path / "out"
+    dump.mkdir()
+    subprocess.run([RUN_NETWORK, out, str(tmp_path / "x.tensor"), str(dump)], check=True, capture_output=True)
+    net = cv2.dnn.readNetFromONNX(model)
+    net.setInput(x)
+    scores, boxes = net.forward(["scores", "boxes"])
+    assert_close([(read_tensor(str(dump / "scores.tensor")), scores.ravel()),
+                  (read_tensor(str(dump / "boxes.tensor")), boxes.ravel())])
+
+    image = os.path.join(ROOT, "data", "images", "faces-3.bmp")
+
+    def faces(*args):
+        run = subprocess.run([FACE_DETECT, image] + list(args), check=True, capture_output=True, text=True)
+        return [list(map(float, l.split())) for l in run.stdout.splitlines() if not l.startswith("ORU_")]
+
+    big, small = faces("--model", out, "--input-size", "640x480"), faces()
+    assert len(big) == len(small) >= 3
+
+    def iou(a, b):
+        w = max(0.0, min(a[2], b[2]) - max(a[0], b[0]))
+        h = max(0.0, min(a[3], b[3]) - max(a[1], b[1]))
+        return w * h / ((a[2] - a[0]) * (a[3] - a[1]) + (b[2] - b[0]) * (b[3] - b[1]) - w * h)
+
+    assert all(max(iou(f, g) for g in small) > 0.6 for f in big)
+    refused = subprocess.run([FACE_DETECT, image, "--model", out, "--input-size", "320x240"], capture_output=True,
+                             text=True)
+    assert refused.returncode == 1 and "converted for 640x480" in refused.stderr
