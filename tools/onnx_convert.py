@@ -293,7 +293,7 @@ class Converter:
             nid = self.emit("dilated_conv2d", tail + ("#conv" if b is not None else ""), [src], conv[:13] + [0], w)
             if b is not None:
                 self.bind(tail, nid, [n, out_c, oh, ow])
-                nid = self.emit("bias", tail + "#bias", [nid], (), b)
+                nid = self.emit("bias", tail, [nid], (), b)
             self.bind(tail, nid, [n, out_c, oh, ow])
             return
         fusable = pw == ph

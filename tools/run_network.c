@@ -2,7 +2,8 @@
  * Loads MODEL.net and MODEL.weights, fills the network's input node with the tensor file
  * (the same number of elements), runs the graph once and writes, as tensor files in
  * OUTDIR, every output node (nodes that feed no other), or with --all every node. Each
- * file is named after its node, with characters other than letters, digits, '.', '-'
+ * file is named after its node (a node whose tensor an in-place reader overwrote is left
+ * out), with characters other than letters, digits, '.', '-'
  * and '_' written as '_'; OUTDIR/nodes.txt lists "id name file" for each one written,
  * so tools/compare_layers.py --net can pair them with the ONNX graph. */
 #include <stdio.h>
@@ -101,6 +102,13 @@ int main(int argc, char **argv) {
     file_name(file, sizeof file, name);
     snprintf(path, sizeof path, "%s/%s", dir, file);
     const oru_tensor *t = oru_cg_network_output(net, name);
+    /* an operator that works in place has overwritten this node's tensor: its reader stands for it */
+    int overwritten = 0;
+    for (int64_t k = 0; t && g->out_edges[i] && k < g->out_edges[i]->size; ++k) {
+      const int32_t reader = ((const int32_t *)g->out_edges[i]->data)[k];
+      overwritten |= reader < count && oru_cg_network_output(net, oru_cg_network_node_name(net, reader)) == t;
+    }
+    if (overwritten) continue;
     if (!t || oru_write_tensor_to_disk(path, t) != 0) {
       fprintf(stderr, "run_network: cannot write %s\n", path);
       status = 1;

@@ -344,3 +344,27 @@ def test_face_detector_converted_for_640x480_matches_opencv_and_finds_the_faces(
     refused = subprocess.run([FACE_DETECT, image, "--model", out, "--input-size", "320x240"], capture_output=True,
                              text=True)
     assert refused.returncode == 1 and "converted for 640x480" in refused.stderr
+
+
+def test_compare_layers_checks_every_named_node_and_names_the_first_that_differs(tmp_path, capsys):
+    import compare_layers
+    b = Builder([1, 3, 12, 10], seed=9)
+    path = str(tmp_path / "m.onnx")
+    onnx.save(b.model(g_branches(b)), path)
+    out = str(tmp_path / "m")
+    assert onnx_convert.main([path, out]) == 0
+    write_tensor(str(tmp_path / "x.tensor"), np.random.default_rng(2).uniform(-1, 1, (1, 3, 12, 10)).astype(np.float32))
+    dump = tmp_path / "dump"
+    dump.mkdir()
+    subprocess.run([RUN_NETWORK, out, str(tmp_path / "x.tensor"), str(dump), "--all"], check=True, capture_output=True)
+    argv = [str(dump), "--net", str(tmp_path / "x.tensor"), "--onnx", path]
+    assert compare_layers.main(argv) == 0
+    said = capsys.readouterr().out
+    assert "all layers agree" in said and int(said.split(" of ")[0].split()[-1]) >= 6
+    # spoil one node's dump: the tool must name it
+    victim = [l.split() for l in open(dump / "nodes.txt") if l.split()[1] == "t3"][0][2]
+    blob = bytearray(open(dump / victim, "rb").read())
+    blob[-4:] = np.float32(1e3).tobytes()
+    open(dump / victim, "wb").write(bytes(blob))
+    assert compare_layers.main(argv) == 1
+    assert "first layer beyond tolerance: t3" in capsys.readouterr().out
