@@ -132,11 +132,17 @@ int main(int argc, char **argv) {
     fprintf(stderr, "face_detect: %s: cannot decode the BMP file\n", image_path);
     return 1;
   }
-  /* a converted model when MODEL.net exists, else the built-in graph over MODEL's weights */
+  /* a converted model when MODEL.net exists, else the built-in graph over MODEL's weights;
+   * by default the shipped network file beside the default weights, which gives the
+   * built-in graph's results bit for bit at the same speed */
   ultraface *net = NULL;
   face_model *converted = NULL;
-  if (model_given && face_model_exists(model)) {
-    converted = face_model_create(model, input_w, input_h, method_given ? method : ORU_CG_NET_METHOD_FROM_FILE);
+  char prefix[4096];
+  snprintf(prefix, sizeof prefix, "%s", model);
+  size_t plen = strlen(prefix);
+  if (!model_given && plen > 8 && !strcmp(prefix + plen - 8, ".weights")) prefix[plen - 8] = '\0';
+  if (face_model_exists(prefix)) {
+    converted = face_model_create(prefix, input_w, input_h, method_given ? method : ORU_CG_NET_METHOD_FROM_FILE);
   } else if (input_w && (input_w != ULTRAFACE_WIDTH || input_h != ULTRAFACE_HEIGHT)) {
     fprintf(stderr, "face_detect: the built-in graph takes 320x240; give a converted model for other sizes\n");
     oru_release_matrix(&image);
