@@ -46,7 +46,7 @@ def lib_dims(shape):
 
 def fmt(v):
     if isinstance(v, float):
-        return repr(float(np.float32(v)))
+        return str(np.float32(v))  # the shortest text that reads back as the same float
     return str(int(v))
 
 
