@@ -368,3 +368,10 @@ def test_compare_layers_checks_every_named_node_and_names_the_first_that_differs
     open(dump / victim, "wb").write(bytes(blob))
     assert compare_layers.main(argv) == 1
     assert "first layer beyond tolerance: t3" in capsys.readouterr().out
+
+
+def test_a_file_that_is_not_onnx_is_refused(tmp_path, capsys):
+    (tmp_path / "bad.onnx").write_bytes(b"\x08\x07garbage that is not a model" * 4)
+    assert onnx_convert.main([str(tmp_path / "bad.onnx"), str(tmp_path / "m")]) == 1
+    assert "cannot read" in capsys.readouterr().err
+    assert sorted(os.listdir(tmp_path)) == ["bad.onnx"]
