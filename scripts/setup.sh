@@ -8,7 +8,7 @@ want=(cmake ninja-build g++ make)
 case "${1:-test}" in
   example) ;;
   test)
-    want+=(clang libclang-rt-14-dev libgtest-dev googletest ccache python3 python3-numpy python3-onnx
+    want+=(clang libclang-rt-14-dev libgtest-dev googletest ccache python3 python3-numpy python3-onnx python3-opencv python3-pytest
            g++-aarch64-linux-gnu qemu-user binutils libopenblas-dev valgrind)
     ;;
   bench)
