@@ -42,6 +42,10 @@ void free_network(NetFile *net);
 // "<origin>:<line>: <why>" and gives its status; the record is then empty.
 uint32_t parse_network(NetFile *net, const char *text, size_t size, const char *origin);
 
+// The one report of a refused network, "<origin>:<line>: <why>", then the status.
+uint32_t net_refuse(uint32_t status, const char *origin, int32_t line, const char *fmt, ...)
+    __attribute__((format(printf, 4, 5)));
+
 // Name of an operator code in the file, or null.
 const char *net_operator_name(int32_t op);
 

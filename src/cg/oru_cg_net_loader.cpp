@@ -21,16 +21,6 @@ namespace {
 
 constexpr int64_t kMaxNetFileBytes = int64_t(64) << 20;
 
-uint32_t report_line(uint32_t status, const char *origin, int32_t line, const char *fmt, const char *what,
-                     uint32_t code = 0) {
-  char message[512];
-  char why[256];
-  std::snprintf(why, sizeof why, fmt, what, unsigned(code));
-  std::snprintf(message, sizeof message, "%s:%d: %s", origin, int(line), why);
-  ORU_REPORT(message);
-  return status;
-}
-
 struct File {
   explicit File(const char *path) : f(std::fopen(path, "rb")) {}
   ~File() {
@@ -50,13 +40,13 @@ struct File {
 
 uint32_t read_text(Scratch<char> *text, int64_t *size, const char *path) {
   File file(path);
-  if (!file.f) return report_line(ORU_RET_ERR_OPEN_FILE, path, 0, "cannot open %s", "the network file");
+  if (!file.f) return net_refuse(ORU_RET_ERR_OPEN_FILE, path, 0, "cannot open the network file");
   *size = file.size();
   if (*size < 0 || *size > kMaxNetFileBytes)
-    return report_line(ORU_RET_ERR_PARA, path, 0, "%s is unreadable or larger than 64 MiB", "the network file");
+    return net_refuse(ORU_RET_ERR_PARA, path, 0, "the network file is unreadable or larger than 64 MiB");
   if (!text->reset(*size + 1)) return ORU_RET_ERR_MEMORY;
   if (int64_t(std::fread(text->get(), 1, size_t(*size), file.f)) != *size)
-    return report_line(ORU_RET_ERR_PARA, path, 0, "cannot read %s", "the network file");
+    return net_refuse(ORU_RET_ERR_PARA, path, 0, "cannot read the network file");
   return ORU_RET_OK;
 }
 
@@ -65,19 +55,17 @@ uint32_t read_weights(oru_cg_net *net, const char *path, const char *origin) {
   const int64_t words = net->file.weight_words;
   {
     File file(path);
-    if (!file.f) return report_line(ORU_RET_ERR_OPEN_FILE, path, 0, "cannot open %s", "the weight file");
+    if (!file.f) return net_refuse(ORU_RET_ERR_OPEN_FILE, path, 0, "cannot open the weight file");
     const int64_t size = file.size();
-    if (size != words * 4 + 16) {
-      char what[128];
-      std::snprintf(what, sizeof what, "%lld bytes where %s announces %lld words and a 16-byte digest",
-                    (long long)size, origin, (long long)words);
-      return report_line(ORU_RET_ERR_DATA_LENGTH, path, 0, "the weight file holds %s", what);
-    }
+    if (size != words * 4 + 16)
+      return net_refuse(ORU_RET_ERR_DATA_LENGTH, path, 0,
+                        "the weight file holds %lld bytes where %s announces %lld words and a 16-byte digest",
+                        (long long)size, origin, (long long)words);
   }
   net->words = static_cast<float *>(oru_malloc((words > 0 ? words : 1) * 4));
   if (!net->words) return ORU_RET_ERR_MEMORY;
   if (oru_cg_load_model(net->words, int32_t(words), path) != 0)
-    return report_line(ORU_RET_ERR_PARA, path, 0, "%s does not match its MD5 digest", "the weight file");
+    return net_refuse(ORU_RET_ERR_PARA, path, 0, "the weight file does not match its MD5 digest");
   return ORU_RET_OK;
 }
 
@@ -213,7 +201,7 @@ uint32_t build(oru_cg_net *net, int32_t method, const char *origin) {
     if (!st && n.weight_offset >= 0) st = oru_add_one_edge_into_computation_graph(net->graph, w++, i);
   }
   if (!st) st = oru_computation_graph_topo_sort(net->graph);
-  if (st) return report_line(st, origin, 0, "the graph refused the %s (status %u)", "edges", st);
+  if (st) return net_refuse(st, origin, 0, "the graph refused the edges (status %u)", unsigned(st));
 
   const uint32_t element = f.backend == 1 ? 3u : 6u;  // ai16s or aif32
   for (int32_t i = 0, w = f.node_count; i < f.node_count; ++i) {
@@ -222,23 +210,23 @@ uint32_t build(oru_cg_net *net, int32_t method, const char *origin) {
       int32_t dims[5] = {1, 1, 1, 1, 1};
       for (int32_t k = 0; k < n.param_count; ++k) dims[k] = as_int(n.params[k]);
       net->tensors[i] = oru_create_tensor(n.param_count, dims, element);
-      if (!net->tensors[i]) return report_line(ORU_RET_ERR_MEMORY, origin, n.line, "no memory for input '%s'", n.name);
+      if (!net->tensors[i]) return net_refuse(ORU_RET_ERR_MEMORY, origin, n.line, "no memory for input '%s'", n.name);
       st = bind(net->graph, i, ORU_CG_OP_INPUT, net->tensors[i], nullptr);
     } else {
       if (n.weight_offset >= 0) {
         const int32_t dims[1] = {int32_t(n.weight_count)};
         oru_tensor *t = net->tensors[w] = oru_create_tensor_header(1, dims, 6u);
         if (!t || oru_set_tensor_data(t, net->words + n.weight_offset, n.weight_count * 4) != 0)
-          return report_line(ORU_RET_ERR_MEMORY, origin, n.line, "no memory for the weights of '%s'", n.name);
+          return net_refuse(ORU_RET_ERR_MEMORY, origin, n.line, "no memory for the weights of '%s'", n.name);
         st = bind(net->graph, w++, ORU_CG_OP_WEIGHT, t, nullptr);
       }
       // An empty slot would bind without complaint and fail only at prepare.
       if (!st && !net->graph->operators[n.op].init_context)
-        return report_line(ORU_RET_ERR_NOT_SUPPORT, origin, n.line, "this build has no operator for '%s'",
-                           net_operator_name(n.op));
+        return net_refuse(ORU_RET_ERR_NOT_SUPPORT, origin, n.line, "this build has no operator for '%s'",
+                          net_operator_name(n.op));
       if (!st) st = bind_operator(net, i, method);
     }
-    if (st) return report_line(st, origin, n.line, "the graph refused node '%s' (status %u)", n.name, st);
+    if (st) return net_refuse(st, origin, n.line, "the graph refused node '%s' (status %u)", n.name, unsigned(st));
   }
   return ORU_RET_OK;
 }

@@ -69,19 +69,6 @@ const OpSpec *find_op(int32_t op) {
   return nullptr;
 }
 
-// The one report of a refused file, then the status.
-uint32_t refuse(uint32_t status, const char *origin, int32_t line, const char *fmt, ...) {
-  char why[256];
-  va_list ap;
-  va_start(ap, fmt);
-  std::vsnprintf(why, sizeof why, fmt, ap);
-  va_end(ap);
-  char message[512];
-  std::snprintf(message, sizeof message, "%s:%d: %s", origin, int(line), why);
-  ORU_REPORT(message);
-  return status;
-}
-
 bool parse_int64(const char *s, int64_t *out) {
   if (!*s) return false;
   errno = 0;
@@ -207,62 +194,62 @@ const char *check_node(const NetNode &n, const OpSpec &s) {
 uint32_t parse_node(NetNode *n, char **f, int32_t expected_id, const char *origin) {
   int64_t id = 0;
   if (!parse_int64(f[0], &id) || id != expected_id)
-    return refuse(ORU_RET_ERR_PARA, origin, n->line, "node id '%s' where %d was due (ids count up from 0)", f[0],
+    return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "node id '%s' where %d was due (ids count up from 0)", f[0],
                   int(expected_id));
   const OpSpec *s = find_op(f[1]);
-  if (!s) return refuse(ORU_RET_ERR_NOT_SUPPORT, origin, n->line, "unknown operator '%s'", f[1]);
+  if (!s) return net_refuse(ORU_RET_ERR_NOT_SUPPORT, origin, n->line, "unknown operator '%s'", f[1]);
   n->op = s->op;
   if (std::strlen(f[2]) >= size_t(kNetNameMax))
-    return refuse(ORU_RET_ERR_PARA, origin, n->line, "node name longer than %d bytes", int(kNetNameMax - 1));
+    return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "node name longer than %d bytes", int(kNetNameMax - 1));
   std::strcpy(n->name, f[2]);
 
   Scratch<char *> items(kMaxList);
   if (!items) return ORU_RET_ERR_MEMORY;
   const int32_t ni = split_list(f[3], items.get(), kMaxList);
-  if (ni < 0) return refuse(ORU_RET_ERR_PARA, origin, n->line, "malformed input list '%s'", f[3]);
+  if (ni < 0) return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "malformed input list '%s'", f[3]);
   if (ni < s->min_inputs || (s->max_inputs >= 0 && ni > s->max_inputs))
-    return refuse(ORU_RET_ERR_PARA, origin, n->line, "%s takes %d to %d inputs, not %d", s->name, int(s->min_inputs),
+    return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "%s takes %d to %d inputs, not %d", s->name, int(s->min_inputs),
                   int(s->max_inputs < 0 ? kMaxList : s->max_inputs), int(ni));
   n->inputs = static_cast<int32_t *>(oru_malloc(int64_t(ni + 1) * 4));
   if (!n->inputs) return ORU_RET_ERR_MEMORY;
   for (int32_t i = 0; i < ni; ++i) {
     int64_t v = 0;
     if (!parse_int64(items[i], &v) || v < 0 || v >= kNetMaxNodes)
-      return refuse(ORU_RET_ERR_PARA, origin, n->line, "input '%s' is not a node id", items[i]);
+      return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "input '%s' is not a node id", items[i]);
     n->inputs[i] = int32_t(v);
   }
   n->input_count = ni;
 
   const int32_t np = split_list(f[4], items.get(), kMaxList);
-  if (np < 0) return refuse(ORU_RET_ERR_PARA, origin, n->line, "malformed parameter list");
+  if (np < 0) return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "malformed parameter list");
   if (np < s->min_params || np > s->max_params)
-    return refuse(ORU_RET_ERR_PARA, origin, n->line, "%s takes %d to %d parameters, not %d", s->name,
+    return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "%s takes %d to %d parameters, not %d", s->name,
                   int(s->min_params), int(s->max_params), int(np));
   n->params = static_cast<double *>(oru_malloc(int64_t(np + 1) * 8));
   if (!n->params) return ORU_RET_ERR_MEMORY;
   for (int32_t i = 0; i < np; ++i)
     if (!parse_number(items[i], &n->params[i]))
-      return refuse(ORU_RET_ERR_PARA, origin, n->line, "parameter '%s' is not a number", items[i]);
+      return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "parameter '%s' is not a number", items[i]);
   n->param_count = np;
 
   n->weight_offset = -1;
   n->weight_count = 0;
   if (std::strcmp(f[5], "-") != 0) {
     char *colon = std::strchr(f[5], ':');
-    if (!colon) return refuse(ORU_RET_ERR_PARA, origin, n->line, "weights must be OFFSET:COUNT, not '%s'", f[5]);
+    if (!colon) return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "weights must be OFFSET:COUNT, not '%s'", f[5]);
     *colon = '\0';
     if (!parse_int64(f[5], &n->weight_offset) || !parse_int64(colon + 1, &n->weight_count) ||
         n->weight_offset < 0 || n->weight_count < 0)
-      return refuse(ORU_RET_ERR_PARA, origin, n->line, "malformed weight range");
+      return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "malformed weight range");
   }
-  if (const char *why = check_node(*n, *s)) return refuse(ORU_RET_ERR_PARA, origin, n->line, "%s", why);
+  if (const char *why = check_node(*n, *s)) return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "%s", why);
   return ORU_RET_OK;
 }
 
 // The checks across lines: references, names, weight ranges, cycles and lone nodes.
 uint32_t check_graph(const NetFile &net, const char *origin) {
   const int32_t count = net.node_count;
-  if (count < 2) return refuse(ORU_RET_ERR_PARA, origin, 0, "a network needs at least two nodes");
+  if (count < 2) return net_refuse(ORU_RET_ERR_PARA, origin, 0, "a network needs at least two nodes");
   Scratch<int32_t> indegree(count, true), consumers(count, true), queue(count);
   if (!indegree || !consumers || !queue) return ORU_RET_ERR_MEMORY;
   bool has_input = false;
@@ -271,25 +258,25 @@ uint32_t check_graph(const NetFile &net, const char *origin) {
     has_input |= n.op == ORU_CG_OP_INPUT;
     for (int32_t j = 0; j < i; ++j)
       if (std::strcmp(net.nodes[j].name, n.name) == 0)
-        return refuse(ORU_RET_ERR_PARA, origin, n.line, "name '%s' is already used on line %d", n.name,
+        return net_refuse(ORU_RET_ERR_PARA, origin, n.line, "name '%s' is already used on line %d", n.name,
                       int(net.nodes[j].line));
     for (int32_t k = 0; k < n.input_count; ++k) {
       const int32_t src = n.inputs[k];
-      if (src >= count) return refuse(ORU_RET_ERR_PARA, origin, n.line, "input %d names no node", int(src));
-      if (src == i) return refuse(ORU_RET_ERR_PARA, origin, n.line, "node takes its own output");
+      if (src >= count) return net_refuse(ORU_RET_ERR_PARA, origin, n.line, "input %d names no node", int(src));
+      if (src == i) return net_refuse(ORU_RET_ERR_PARA, origin, n.line, "node takes its own output");
       for (int32_t m = 0; m < k; ++m)
-        if (n.inputs[m] == src) return refuse(ORU_RET_ERR_PARA, origin, n.line, "input %d given twice", int(src));
+        if (n.inputs[m] == src) return net_refuse(ORU_RET_ERR_PARA, origin, n.line, "input %d given twice", int(src));
       ++indegree[i];
       ++consumers[src];
     }
     if (n.weight_offset >= 0 && n.weight_offset + n.weight_count > net.weight_words)
-      return refuse(ORU_RET_ERR_PARA, origin, n.line, "weights %lld:%lld lie beyond the %lld words of the file",
+      return net_refuse(ORU_RET_ERR_PARA, origin, n.line, "weights %lld:%lld lie beyond the %lld words of the file",
                     (long long)n.weight_offset, (long long)n.weight_count, (long long)net.weight_words);
   }
-  if (!has_input) return refuse(ORU_RET_ERR_PARA, origin, 0, "the network has no input node");
+  if (!has_input) return net_refuse(ORU_RET_ERR_PARA, origin, 0, "the network has no input node");
   for (int32_t i = 0; i < count; ++i)
     if (net.nodes[i].input_count == 0 && consumers[i] == 0)
-      return refuse(ORU_RET_ERR_PARA, origin, net.nodes[i].line, "node '%s' is connected to nothing",
+      return net_refuse(ORU_RET_ERR_PARA, origin, net.nodes[i].line, "node '%s' is connected to nothing",
                     net.nodes[i].name);
   // Kahn's sort on the lines: whatever is left unsorted lies on or behind a cycle.
   int32_t head = 0, tail = 0;
@@ -304,7 +291,7 @@ uint32_t check_graph(const NetFile &net, const char *origin) {
   if (tail < count)
     for (int32_t i = 0; i < count; ++i)
       if (indegree[i] > 0)
-        return refuse(ORU_RET_ERR_PARA, origin, net.nodes[i].line, "node '%s' lies on a cycle", net.nodes[i].name);
+        return net_refuse(ORU_RET_ERR_PARA, origin, net.nodes[i].line, "node '%s' lies on a cycle", net.nodes[i].name);
   return ORU_RET_OK;
 }
 
@@ -313,15 +300,15 @@ uint32_t parse_header(NetFile *net, char **f, int32_t nf, int32_t line, uint32_t
   const char *keys[] = {"backend", "conv_method", "weights"};
   for (uint32_t k = 0; k < 3; ++k) {
     if (std::strcmp(f[0], keys[k]) != 0) continue;
-    if (nf != 2) return refuse(ORU_RET_ERR_PARA, origin, line, "'%s' takes one value", keys[k]);
-    if (*seen & (1u << k)) return refuse(ORU_RET_ERR_PARA, origin, line, "'%s' given twice", keys[k]);
+    if (nf != 2) return net_refuse(ORU_RET_ERR_PARA, origin, line, "'%s' takes one value", keys[k]);
+    if (*seen & (1u << k)) return net_refuse(ORU_RET_ERR_PARA, origin, line, "'%s' given twice", keys[k]);
     *seen |= 1u << k;
     int64_t v = 0;
     if (k == 1 && std::strcmp(f[1], "auto") == 0) {
       net->conv_method = ORU_CG_NET_METHOD_PER_LAYER;
     } else if (!parse_int64(f[1], &v) || v < 0 || (k == 0 && v > 1) || (k == 1 && v > 2) ||
                (k == 2 && v > (int64_t(1) << 31) - 1)) {
-      return refuse(ORU_RET_ERR_PARA, origin, line, "bad value '%s' for '%s'", f[1], keys[k]);
+      return net_refuse(ORU_RET_ERR_PARA, origin, line, "bad value '%s' for '%s'", f[1], keys[k]);
     } else if (k == 0) {
       net->backend = int32_t(v);
     } else if (k == 1) {
@@ -331,7 +318,7 @@ uint32_t parse_header(NetFile *net, char **f, int32_t nf, int32_t line, uint32_t
     }
     return ORU_RET_OK;
   }
-  return refuse(ORU_RET_ERR_PARA, origin, line, "unknown header key '%s'", f[0]);
+  return net_refuse(ORU_RET_ERR_PARA, origin, line, "unknown header key '%s'", f[0]);
 }
 
 uint32_t parse_lines(NetFile *net, char *text, const char *origin) {
@@ -358,31 +345,43 @@ uint32_t parse_lines(NetFile *net, char *text, const char *origin) {
     if (nf == 0 || f[0][0] == '#') continue;
     if (!magic) {
       if (nf != 2 || std::strcmp(f[0], "orunet") != 0 || std::strcmp(f[1], "1") != 0)
-        return refuse(ORU_RET_ERR_PARA, origin, line, "not a network file (it starts with \"orunet 1\")");
+        return net_refuse(ORU_RET_ERR_PARA, origin, line, "not a network file (it starts with \"orunet 1\")");
       magic = true;
       continue;
     }
     if (f[0][0] < '0' || f[0][0] > '9') {
-      if (net->node_count > 0) return refuse(ORU_RET_ERR_PARA, origin, line, "header line after the first node");
+      if (net->node_count > 0) return net_refuse(ORU_RET_ERR_PARA, origin, line, "header line after the first node");
       const uint32_t st = parse_header(net, f, nf, line, &seen, origin);
       if (st) return st;
       continue;
     }
-    if (seen != 7u) return refuse(ORU_RET_ERR_PARA, origin, line, "backend, conv_method and weights must come first");
+    if (seen != 7u) return net_refuse(ORU_RET_ERR_PARA, origin, line, "backend, conv_method and weights must come first");
     if (nf != 6)
-      return refuse(ORU_RET_ERR_PARA, origin, line, "a node line has 6 fields (id op name inputs params weights)");
-    if (net->node_count == capacity) return refuse(ORU_RET_ERR_PARA, origin, line, "too many nodes");
+      return net_refuse(ORU_RET_ERR_PARA, origin, line, "a node line has 6 fields (id op name inputs params weights)");
+    if (net->node_count == capacity) return net_refuse(ORU_RET_ERR_PARA, origin, line, "too many nodes");
     NetNode *n = &net->nodes[net->node_count];
     n->line = line;
     const uint32_t st = parse_node(n, f, net->node_count, origin);
     ++net->node_count;  // counted even on failure, so that free_network frees its lists
     if (st) return st;
   }
-  if (!magic) return refuse(ORU_RET_ERR_PARA, origin, line, "empty network file");
+  if (!magic) return net_refuse(ORU_RET_ERR_PARA, origin, line, "empty network file");
   return check_graph(*net, origin);
 }
 
 }  // namespace
+
+uint32_t net_refuse(uint32_t status, const char *origin, int32_t line, const char *fmt, ...) {
+  char why[256];
+  va_list ap;
+  va_start(ap, fmt);
+  std::vsnprintf(why, sizeof why, fmt, ap);
+  va_end(ap);
+  char message[512];
+  std::snprintf(message, sizeof message, "%s:%d: %s", origin, int(line), why);
+  ORU_REPORT(message);
+  return status;
+}
 
 const char *net_operator_name(int32_t op) {
   const OpSpec *s = find_op(op);
@@ -403,7 +402,7 @@ uint32_t parse_network(NetFile *net, const char *text, size_t size, const char *
   if (!net || (!text && size)) return ORU_RET_ERR_PARA;
   std::memset(net, 0, sizeof *net);
   net->conv_method = int32_t(ORU_CG_CONV_IM2COL_GEMM);
-  if (size && std::memchr(text, '\0', size)) return refuse(ORU_RET_ERR_PARA, origin, 0, "a network file holds no zero bytes");
+  if (size && std::memchr(text, '\0', size)) return net_refuse(ORU_RET_ERR_PARA, origin, 0, "a network file holds no zero bytes");
   Scratch<char> copy(int64_t(size) + 1);
   if (!copy) return ORU_RET_ERR_MEMORY;
   if (size) std::memcpy(copy.get(), text, size);
