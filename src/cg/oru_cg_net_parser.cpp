@@ -1,6 +1,7 @@
 // Reads the text of a network file into NetFile records and checks it as a whole: every
 // line on its own, then the references between lines (dangling inputs, cycles, lone
 // nodes, weight ranges). Each refusal is one report naming the line.
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdarg>
@@ -250,16 +251,13 @@ uint32_t parse_node(NetNode *n, char **f, int32_t expected_id, const char *origi
 uint32_t check_graph(const NetFile &net, const char *origin) {
   const int32_t count = net.node_count;
   if (count < 2) return net_refuse(ORU_RET_ERR_PARA, origin, 0, "a network needs at least two nodes");
-  Scratch<int32_t> indegree(count, true), consumers(count, true), queue(count);
-  if (!indegree || !consumers || !queue) return ORU_RET_ERR_MEMORY;
+  Scratch<int32_t> indegree(count, true), first(int64_t(count) + 1, true), order(count), queue(count);
+  if (!indegree || !first || !order || !queue) return ORU_RET_ERR_MEMORY;
   bool has_input = false;
+  int64_t edges = 0;
   for (int32_t i = 0; i < count; ++i) {
     const NetNode &n = net.nodes[i];
     has_input |= n.op == ORU_CG_OP_INPUT;
-    for (int32_t j = 0; j < i; ++j)
-      if (std::strcmp(net.nodes[j].name, n.name) == 0)
-        return net_refuse(ORU_RET_ERR_PARA, origin, n.line, "name '%s' is already used on line %d", n.name,
-                      int(net.nodes[j].line));
     for (int32_t k = 0; k < n.input_count; ++k) {
       const int32_t src = n.inputs[k];
       if (src >= count) return net_refuse(ORU_RET_ERR_PARA, origin, n.line, "input %d names no node", int(src));
@@ -267,31 +265,55 @@ uint32_t check_graph(const NetFile &net, const char *origin) {
       for (int32_t m = 0; m < k; ++m)
         if (n.inputs[m] == src) return net_refuse(ORU_RET_ERR_PARA, origin, n.line, "input %d given twice", int(src));
       ++indegree[i];
-      ++consumers[src];
+      ++first[src + 1];
+      ++edges;
     }
     if (n.weight_offset >= 0 && n.weight_offset + n.weight_count > net.weight_words)
       return net_refuse(ORU_RET_ERR_PARA, origin, n.line, "weights %lld:%lld lie beyond the %lld words of the file",
-                    (long long)n.weight_offset, (long long)n.weight_count, (long long)net.weight_words);
+                        (long long)n.weight_offset, (long long)n.weight_count, (long long)net.weight_words);
+  }
+  // Names sorted, so that a repeated one is next to its twin; the later line is reported.
+  for (int32_t i = 0; i < count; ++i) order[i] = i;
+  std::sort(order.get(), order.get() + count, [&](int32_t a, int32_t b) {
+    const int c = std::strcmp(net.nodes[a].name, net.nodes[b].name);
+    return c != 0 ? c < 0 : a < b;
+  });
+  int32_t repeated = count;
+  for (int32_t k = 1; k < count; ++k)
+    if (std::strcmp(net.nodes[order[k - 1]].name, net.nodes[order[k]].name) == 0 && order[k] < repeated)
+      repeated = order[k];
+  if (repeated < count) {
+    const NetNode &n = net.nodes[repeated];
+    return net_refuse(ORU_RET_ERR_PARA, origin, n.line, "name '%s' is used twice", n.name);
   }
   if (!has_input) return net_refuse(ORU_RET_ERR_PARA, origin, 0, "the network has no input node");
   for (int32_t i = 0; i < count; ++i)
-    if (net.nodes[i].input_count == 0 && consumers[i] == 0)
+    if (net.nodes[i].input_count == 0 && first[i + 1] == 0)
       return net_refuse(ORU_RET_ERR_PARA, origin, net.nodes[i].line, "node '%s' is connected to nothing",
-                    net.nodes[i].name);
-  // Kahn's sort on the lines: whatever is left unsorted lies on or behind a cycle.
+                        net.nodes[i].name);
+  // Readers of each node in one block (first[i] .. first[i + 1]), then Kahn's sort on the
+  // lines: whatever is left unsorted lies on or behind a cycle.
+  for (int32_t i = 0; i < count; ++i) first[i + 1] += first[i];
+  Scratch<int32_t> readers(edges > 0 ? edges : 1), fill(count, true);
+  if (!readers || !fill) return ORU_RET_ERR_MEMORY;
+  for (int32_t i = 0; i < count; ++i)
+    for (int32_t k = 0; k < net.nodes[i].input_count; ++k) {
+      const int32_t src = net.nodes[i].inputs[k];
+      readers[first[src] + fill[src]++] = i;
+    }
   int32_t head = 0, tail = 0;
   for (int32_t i = 0; i < count; ++i)
     if (indegree[i] == 0) queue[tail++] = i;
   while (head < tail) {
     const int32_t src = queue[head++];
-    for (int32_t i = 0; i < count; ++i)
-      for (int32_t k = 0; k < net.nodes[i].input_count; ++k)
-        if (net.nodes[i].inputs[k] == src && --indegree[i] == 0) queue[tail++] = i;
+    for (int32_t e = first[src]; e < first[src + 1]; ++e)
+      if (--indegree[readers[e]] == 0) queue[tail++] = readers[e];
   }
   if (tail < count)
     for (int32_t i = 0; i < count; ++i)
       if (indegree[i] > 0)
-        return net_refuse(ORU_RET_ERR_PARA, origin, net.nodes[i].line, "node '%s' lies on a cycle", net.nodes[i].name);
+        return net_refuse(ORU_RET_ERR_PARA, origin, net.nodes[i].line, "node '%s' lies on a cycle",
+                          net.nodes[i].name);
   return ORU_RET_OK;
 }
 

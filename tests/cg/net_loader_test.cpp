@@ -156,6 +156,7 @@ TEST(NetLoader, EveryMalformationIsOneReportNamingTheLine) {
       {"too many inputs", sub("4 softmax out 3", "4 softmax out 3,2"), 1, 10},
       {"an input with inputs", sub("0 input in -", "0 input in 1"), 1, 6},
       {"duplicate name", sub("out 3", "rows 3"), 1, 10},
+      {"duplicate name, reported on its later line", sub("in -", "out -"), 1, 10},
       {"name too long", sub("norm", long_name.c_str()), 1, 8},
       {"parameter not a number", sub("0.001", "1e-3x"), 1, 8},
       {"integer parameter with a fraction", sub("2,3,1,1,1,1", "2,3,1.5,1,1,1"), 1, 7},
