@@ -23,8 +23,9 @@ static int usage(void) {
   fprintf(stderr,
           "usage: face_detect IMAGE.bmp [-o OUT.bmp] [--threshold 0.7] [--iou 0.3] [--repeat N] "
           "[--keep-aspect] [--model PATH] [--method auto|0|2] [--input-size WxH]\n"
-          "  --model PATH: a converted model if PATH.net exists (PATH.net and PATH.weights),\n"
-          "                else the weight file of the built-in 320x240 graph\n"
+          "  --model PATH: a converted model if PATH.net exists (PATH.net and PATH.weights;\n"
+          "                PATH may be given as PATH.net), else the weight file of the built-in\n"
+          "                320x240 graph; by default the shipped converted face network\n"
           "  --input-size: the input size a converted model was made for (default: its own)\n");
   return 1;
 }
@@ -141,6 +142,7 @@ int main(int argc, char **argv) {
   snprintf(prefix, sizeof prefix, "%s", model);
   size_t plen = strlen(prefix);
   if (!model_given && plen > 8 && !strcmp(prefix + plen - 8, ".weights")) prefix[plen - 8] = '\0';
+  if (model_given && plen > 4 && !strcmp(prefix + plen - 4, ".net")) prefix[plen - 4] = '\0';
   if (face_model_exists(prefix)) {
     converted = face_model_create(prefix, input_w, input_h, method_given ? method : ORU_CG_NET_METHOD_FROM_FILE);
   } else if (input_w && (input_w != ULTRAFACE_WIDTH || input_h != ULTRAFACE_HEIGHT)) {
