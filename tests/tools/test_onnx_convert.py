@@ -219,6 +219,14 @@ def g_folded_shape_and_layout(b):
     return b.node("Softmax", [b.node("Concat", heads, axis=1)], axis=2)
 
 
+def g_squeeze_unsqueeze_identity(b):
+    b.opset = 11  # OpenCV takes the axes of Squeeze and Unsqueeze only as attributes
+    f = b.node("Flatten", [b.conv("x", 3, 2, k=3, strides=[2, 2])])
+    u = b.node("Unsqueeze", [f], axes=[2])
+    q = b.node("Identity", [b.node("Squeeze", [u], axes=[2])])
+    return b.node("Add", [q, b.weights(1, 32)])
+
+
 def g_resize(b):
     c = b.conv("x", 3, 2)
     return b.node("Resize", [c, "", b.const(np.array([1, 1, 2, 2], np.float32))], mode="nearest",
@@ -227,7 +235,7 @@ def g_resize(b):
 
 GRAPHS = [g_std_conv, g_pointwise_conv, g_depthwise_conv, g_conv_bn_relu, g_depthwise_bn_relu6, g_conv_relu,
           g_conv_hswish, g_dilated_conv, g_transposed_conv, g_bn, g_sigmoid_hswish, g_relu6_relu, g_softmax, g_pools, g_squeeze_excite,
-          g_global_max_and_gemm, g_flatten_matmul, g_branches, g_folded_shape_and_layout, g_resize]
+          g_global_max_and_gemm, g_flatten_matmul, g_squeeze_unsqueeze_identity, g_branches, g_folded_shape_and_layout, g_resize]
 
 
 @pytest.mark.parametrize("graph", GRAPHS, ids=lambda g: g.__name__[2:])
