@@ -28,6 +28,7 @@ struct OpSpec {
 };
 
 constexpr int32_t kMaxList = 4096;  // inputs or parameters on one line
+constexpr int64_t kMaxInputElements = int64_t(1) << 26;  // 256 MiB of floats
 
 const OpSpec kOps[] = {
     {"input", ORU_CG_OP_INPUT, 0, 0, 1, 5, Weights::kNone},
@@ -159,10 +160,15 @@ const char *check_node(const NetNode &n, const OpSpec &s) {
   }
   switch (n.op) {
     case ORU_CG_OP_INPUT:
-    case ORU_CG_OP_RESHAPE:
-      for (int32_t i = 0; i < n.param_count; ++i)
+    case ORU_CG_OP_RESHAPE: {
+      double elements = 1;
+      for (int32_t i = 0; i < n.param_count; ++i) {
         if (p[i] < (n.op == ORU_CG_OP_RESHAPE ? -1 : 1) || p[i] == 0 || p[i] > 1 << 24) return "bad dimension";
+        elements *= std::fabs(p[i]);
+      }
+      if (n.op == ORU_CG_OP_INPUT && elements > double(kMaxInputElements)) return "input of more than 2^26 elements";
       break;
+    }
     case ORU_CG_OP_MAX_POOL2D:
     case ORU_CG_OP_AVG_POOL2D:
       for (int32_t i = 0; i < 4; ++i)
@@ -179,7 +185,8 @@ const char *check_node(const NetNode &n, const OpSpec &s) {
         if (p[i] < 0) return "negative channel in a shuffle order";
       break;
     case ORU_CG_OP_SAMPLE:
-      if ((p[0] != 0 && p[0] != 1) || !(p[1] > 0) || !(p[2] > 0)) return "sample needs mode 0 or 1 and scales above 0";
+      if ((p[0] != 0 && p[0] != 1) || !(p[1] > 0) || !(p[2] > 0) || p[1] > 64 || p[2] > 64)
+        return "sample needs mode 0 or 1 and scales above 0 up to 64";
       break;
     default:
       break;

@@ -170,6 +170,7 @@ TEST(NetLoader, EveryMalformationIsOneReportNamingTheLine) {
       {"weights where none are taken", sub("out 3 - -", "out 3 - 0:1"), 1, 10},
       {"batch norm weights not in quarters", sub("9:12", "9:11"), 1, 8},
       {"bad input dimension", sub("5,4,2", "5,0,2"), 1, 6},
+      {"input too large", sub("5,4,2", "8192,8192,2"), 1, 6},
       {"node connected to nothing", [](std::string s) { return s + "5 input lone - 3 -\n"; }, 1, 11},
       {"zero byte", [](std::string s) { return s + std::string(1, '\0'); }, 1, 0},
   };
