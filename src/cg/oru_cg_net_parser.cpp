@@ -138,7 +138,8 @@ const char *check_node(const NetNode &n, const OpSpec &s) {
       const int64_t groups = int64_t(p[12]), bias = int64_t(p[13]);
       for (int k : {0, 1, 2, 3, 4, 5, 10, 11, 12})
         if (p[k] < 1 || p[k] > 65536) return "convolution sizes, strides, dilations and groups must be 1 to 65536";
-      if (p[6] < 0 || p[7] < 0 || p[6] > 65536 || p[7] > 65536 || p[9] < 0) return "negative padding";
+      if (p[6] < 0 || p[7] < 0 || p[6] > 1024 || p[7] > 1024 || p[9] < 0 || p[9] > 1024)
+        return "padding must be 0 to 1024";
       if (bias != 0 && bias != 1) return "has_bias must be 0 or 1";
       if (in % groups || out % groups) return "channels are not a multiple of groups";
       if ((n.op == ORU_CG_OP_DILATED_CONV2D || n.op == ORU_CG_OP_TRANSPOSED_CONV2D) && bias)
