@@ -132,6 +132,11 @@ class Converter:
             raise Refusal(node, f"{what} '{name}' must be a constant")
         return self.consts[name]
 
+    def optional_const(self, node, index, what):
+        if len(node.input) > index and node.input[index]:
+            return self.const(node.input[index], node, what).astype(np.float32)
+        return None
+
     def sole_reader(self, tensor, op_types):
         readers = self.consumers.get(tensor, [])
         if len(readers) == 1 and readers[0] is not None and readers[0].op_type in op_types:
@@ -264,7 +269,7 @@ class Converter:
         w = self.const(node.input[1], node, "kernel").astype(np.float32)
         if w.ndim != 4:
             raise Refusal(node, "only 2-D convolutions")
-        b = self.const(node.input[2], node, "bias").astype(np.float32) if len(node.input) > 2 and node.input[2] else None
+        b = self.optional_const(node, 2, "bias")
         out_c, in_per_group, kh, kw = w.shape
         groups = int(a.get("group", 1))
         in_c = in_per_group * groups
@@ -334,7 +339,7 @@ class Converter:
     def op_ConvTranspose(self, node):
         a = attrs(node)
         w = self.const(node.input[1], node, "kernel").astype(np.float32)
-        b = self.const(node.input[2], node, "bias").astype(np.float32) if len(node.input) > 2 and node.input[2] else None
+        b = self.optional_const(node, 2, "bias")
         in_c, out_per_group, kh, kw = w.shape
         groups = int(a.get("group", 1))
         if groups != 1:

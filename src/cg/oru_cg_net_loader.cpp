@@ -11,8 +11,8 @@
 struct oru_cg_net {
   oru_cg_handle *graph;
   oru::NetFile file;
-  float *words;           // the weight file's words, read whole
-  oru_tensor **tensors;   // per id (file nodes, then weight nodes): inputs and weight headers
+  float *words;          // the weight file's words, read whole
+  oru_tensor **tensors;  // per id (file nodes, then weight nodes): inputs and weight headers
   int32_t tensor_count;
 };
 
@@ -44,7 +44,7 @@ uint32_t read_text(Scratch<char> *text, int64_t *size, const char *path) {
   *size = file.size();
   if (*size < 0 || *size > kMaxNetFileBytes)
     return net_refuse(ORU_RET_ERR_PARA, path, 0, "the network file is unreadable or larger than 64 MiB");
-  if (!text->reset(*size + 1)) return ORU_RET_ERR_MEMORY;
+  if (!text->reset(*size + 1)) ORU_FAIL(ORU_RET_ERR_MEMORY);
   if (int64_t(std::fread(text->get(), 1, size_t(*size), file.f)) != *size)
     return net_refuse(ORU_RET_ERR_PARA, path, 0, "cannot read the network file");
   return ORU_RET_OK;
@@ -63,7 +63,7 @@ uint32_t read_weights(oru_cg_net *net, const char *path, const char *origin) {
                         (long long)size, origin, (long long)words);
   }
   net->words = static_cast<float *>(oru_malloc((words > 0 ? words : 1) * 4));
-  if (!net->words) return ORU_RET_ERR_MEMORY;
+  if (!net->words) ORU_FAIL(ORU_RET_ERR_MEMORY);
   if (oru_cg_load_model(net->words, int32_t(words), path) != 0)
     return net_refuse(ORU_RET_ERR_PARA, path, 0, "the weight file does not match its MD5 digest");
   return ORU_RET_OK;
@@ -72,9 +72,9 @@ uint32_t read_weights(oru_cg_net *net, const char *path, const char *origin) {
 int32_t as_int(double v) { return int32_t(v); }
 
 oru_conv2d_params conv_params(const double *p) {
-  oru_conv2d_params c;
-  int32_t *w = &c.in_channels;
-  for (int k = 0; k < 14; ++k) w[k] = as_int(p[k]);
+  const oru_conv2d_params c = {as_int(p[0]),  as_int(p[1]),  as_int(p[2]),  as_int(p[3]), as_int(p[4]),
+                               as_int(p[5]),  as_int(p[6]),  as_int(p[7]),  as_int(p[8]), as_int(p[9]),
+                               as_int(p[10]), as_int(p[11]), as_int(p[12]), as_int(p[13])};
   return c;
 }
 
@@ -107,9 +107,9 @@ uint32_t bind_operator(oru_cg_net *net, int32_t id, int32_t method) {
   const double *p = n.params;
   oru_cg_handle *g = net->graph;
   if (is_method_bound(n.op)) {
-    const uint32_t m = method == ORU_CG_NET_METHOD_PER_LAYER ? (p[12] > 1 ? ORU_CG_CONV_DIRECT_CHW
-                                                                           : ORU_CG_CONV_IM2COL_GEMM)
-                                                             : uint32_t(method);
+    const uint32_t m = method == ORU_CG_NET_METHOD_PER_LAYER
+                           ? (p[12] > 1 ? ORU_CG_CONV_DIRECT_CHW : ORU_CG_CONV_IM2COL_GEMM)
+                           : uint32_t(method);
     const uint32_t st = oru_cg_set_conv_method(g, m);
     if (st) return st;
   }
@@ -170,7 +170,7 @@ uint32_t bind_operator(oru_cg_net *net, int32_t id, int32_t method) {
     }
     case ORU_CG_OP_SHUFFLE: {
       Scratch<int32_t> order(n.param_count);
-      if (!order) return ORU_RET_ERR_MEMORY;
+      if (!order) ORU_FAIL(ORU_RET_ERR_MEMORY);
       for (int32_t k = 0; k < n.param_count; ++k) order[k] = as_int(p[k]);
       const oru_cg_shuffle_params c = {0, n.param_count, order.get()};
       return bind(g, id, n.op, nullptr, &c);  // the list is copied at bind
@@ -186,11 +186,11 @@ uint32_t build(oru_cg_net *net, int32_t method, const char *origin) {
   for (int32_t i = 0; i < f.node_count; ++i) weight_nodes += f.nodes[i].weight_offset >= 0;
   net->tensor_count = f.node_count + weight_nodes;
   net->tensors = static_cast<oru_tensor **>(oru_calloc(net->tensor_count, sizeof(oru_tensor *)));
-  if (!net->tensors) return ORU_RET_ERR_MEMORY;
+  if (!net->tensors) ORU_FAIL(ORU_RET_ERR_MEMORY);
 
   const oru_cg_params params = {uint32_t(net->tensor_count), 1u, 0u, 0u, uint32_t(f.backend)};
   net->graph = oru_create_computation_graph_handle(&params);
-  if (!net->graph) return ORU_RET_ERR_MEMORY;
+  if (!net->graph) return ORU_RET_ERR_MEMORY;  // the handle has reported it
 
   // Edges in line order, data inputs first and the weights last, as the operators expect.
   uint32_t st = ORU_RET_OK;

@@ -27,7 +27,7 @@ struct OpSpec {
   Weights weights;
 };
 
-constexpr int32_t kMaxList = 4096;  // inputs or parameters on one line
+constexpr int32_t kMaxList = 4096;                       // inputs or parameters on one line
 constexpr int64_t kMaxInputElements = int64_t(1) << 26;  // 256 MiB of floats
 
 const OpSpec kOps[] = {
@@ -204,7 +204,7 @@ uint32_t parse_node(NetNode *n, char **f, int32_t expected_id, const char *origi
   int64_t id = 0;
   if (!parse_int64(f[0], &id) || id != expected_id)
     return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "node id '%s' where %d was due (ids count up from 0)", f[0],
-                  int(expected_id));
+                      int(expected_id));
   const OpSpec *s = find_op(f[1]);
   if (!s) return net_refuse(ORU_RET_ERR_NOT_SUPPORT, origin, n->line, "unknown operator '%s'", f[1]);
   n->op = s->op;
@@ -213,14 +213,14 @@ uint32_t parse_node(NetNode *n, char **f, int32_t expected_id, const char *origi
   std::strcpy(n->name, f[2]);
 
   Scratch<char *> items(kMaxList);
-  if (!items) return ORU_RET_ERR_MEMORY;
+  if (!items) ORU_FAIL(ORU_RET_ERR_MEMORY);
   const int32_t ni = split_list(f[3], items.get(), kMaxList);
   if (ni < 0) return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "malformed input list '%s'", f[3]);
   if (ni < s->min_inputs || (s->max_inputs >= 0 && ni > s->max_inputs))
-    return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "%s takes %d to %d inputs, not %d", s->name, int(s->min_inputs),
-                  int(s->max_inputs < 0 ? kMaxList : s->max_inputs), int(ni));
+    return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "%s takes %d to %d inputs, not %d", s->name,
+                      int(s->min_inputs), int(s->max_inputs < 0 ? kMaxList : s->max_inputs), int(ni));
   n->inputs = static_cast<int32_t *>(oru_malloc(int64_t(ni + 1) * 4));
-  if (!n->inputs) return ORU_RET_ERR_MEMORY;
+  if (!n->inputs) ORU_FAIL(ORU_RET_ERR_MEMORY);
   for (int32_t i = 0; i < ni; ++i) {
     int64_t v = 0;
     if (!parse_int64(items[i], &v) || v < 0 || v >= kNetMaxNodes)
@@ -233,9 +233,9 @@ uint32_t parse_node(NetNode *n, char **f, int32_t expected_id, const char *origi
   if (np < 0) return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "malformed parameter list");
   if (np < s->min_params || np > s->max_params)
     return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "%s takes %d to %d parameters, not %d", s->name,
-                  int(s->min_params), int(s->max_params), int(np));
+                      int(s->min_params), int(s->max_params), int(np));
   n->params = static_cast<double *>(oru_malloc(int64_t(np + 1) * 8));
-  if (!n->params) return ORU_RET_ERR_MEMORY;
+  if (!n->params) ORU_FAIL(ORU_RET_ERR_MEMORY);
   for (int32_t i = 0; i < np; ++i)
     if (!parse_number(items[i], &n->params[i]))
       return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "parameter '%s' is not a number", items[i]);
@@ -247,8 +247,8 @@ uint32_t parse_node(NetNode *n, char **f, int32_t expected_id, const char *origi
     char *colon = std::strchr(f[5], ':');
     if (!colon) return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "weights must be OFFSET:COUNT, not '%s'", f[5]);
     *colon = '\0';
-    if (!parse_int64(f[5], &n->weight_offset) || !parse_int64(colon + 1, &n->weight_count) ||
-        n->weight_offset < 0 || n->weight_count < 0)
+    if (!parse_int64(f[5], &n->weight_offset) || !parse_int64(colon + 1, &n->weight_count) || n->weight_offset < 0 ||
+        n->weight_count < 0)
       return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "malformed weight range");
   }
   if (const char *why = check_node(*n, *s)) return net_refuse(ORU_RET_ERR_PARA, origin, n->line, "%s", why);
@@ -260,7 +260,7 @@ uint32_t check_graph(const NetFile &net, const char *origin) {
   const int32_t count = net.node_count;
   if (count < 2) return net_refuse(ORU_RET_ERR_PARA, origin, 0, "a network needs at least two nodes");
   Scratch<int32_t> indegree(count, true), first(int64_t(count) + 1, true), order(count), queue(count);
-  if (!indegree || !first || !order || !queue) return ORU_RET_ERR_MEMORY;
+  if (!indegree || !first || !order || !queue) ORU_FAIL(ORU_RET_ERR_MEMORY);
   bool has_input = false;
   int64_t edges = 0;
   for (int32_t i = 0; i < count; ++i) {
@@ -303,7 +303,7 @@ uint32_t check_graph(const NetFile &net, const char *origin) {
   // lines: whatever is left unsorted lies on or behind a cycle.
   for (int32_t i = 0; i < count; ++i) first[i + 1] += first[i];
   Scratch<int32_t> readers(edges > 0 ? edges : 1), fill(count, true);
-  if (!readers || !fill) return ORU_RET_ERR_MEMORY;
+  if (!readers || !fill) ORU_FAIL(ORU_RET_ERR_MEMORY);
   for (int32_t i = 0; i < count; ++i)
     for (int32_t k = 0; k < net.nodes[i].input_count; ++k) {
       const int32_t src = net.nodes[i].inputs[k];
@@ -320,8 +320,7 @@ uint32_t check_graph(const NetFile &net, const char *origin) {
   if (tail < count)
     for (int32_t i = 0; i < count; ++i)
       if (indegree[i] > 0)
-        return net_refuse(ORU_RET_ERR_PARA, origin, net.nodes[i].line, "node '%s' lies on a cycle",
-                          net.nodes[i].name);
+        return net_refuse(ORU_RET_ERR_PARA, origin, net.nodes[i].line, "node '%s' lies on a cycle", net.nodes[i].name);
   return ORU_RET_OK;
 }
 
@@ -358,7 +357,7 @@ uint32_t parse_lines(NetFile *net, char *text, const char *origin) {
   ++capacity;
   if (capacity > kNetMaxNodes) capacity = kNetMaxNodes;
   net->nodes = static_cast<NetNode *>(oru_calloc(capacity, sizeof(NetNode)));
-  if (!net->nodes) return ORU_RET_ERR_MEMORY;
+  if (!net->nodes) ORU_FAIL(ORU_RET_ERR_MEMORY);
 
   bool magic = false;
   uint32_t seen = 0;
@@ -385,7 +384,8 @@ uint32_t parse_lines(NetFile *net, char *text, const char *origin) {
       if (st) return st;
       continue;
     }
-    if (seen != 7u) return net_refuse(ORU_RET_ERR_PARA, origin, line, "backend, conv_method and weights must come first");
+    if (seen != 7u)
+      return net_refuse(ORU_RET_ERR_PARA, origin, line, "backend, conv_method and weights must come first");
     if (nf != 6)
       return net_refuse(ORU_RET_ERR_PARA, origin, line, "a node line has 6 fields (id op name inputs params weights)");
     if (net->node_count == capacity) return net_refuse(ORU_RET_ERR_PARA, origin, line, "too many nodes");
@@ -432,9 +432,10 @@ uint32_t parse_network(NetFile *net, const char *text, size_t size, const char *
   if (!net || (!text && size)) return ORU_RET_ERR_PARA;
   std::memset(net, 0, sizeof *net);
   net->conv_method = int32_t(ORU_CG_CONV_IM2COL_GEMM);
-  if (size && std::memchr(text, '\0', size)) return net_refuse(ORU_RET_ERR_PARA, origin, 0, "a network file holds no zero bytes");
+  if (size && std::memchr(text, '\0', size))
+    return net_refuse(ORU_RET_ERR_PARA, origin, 0, "a network file holds no zero bytes");
   Scratch<char> copy(int64_t(size) + 1);
-  if (!copy) return ORU_RET_ERR_MEMORY;
+  if (!copy) ORU_FAIL(ORU_RET_ERR_MEMORY);
   if (size) std::memcpy(copy.get(), text, size);
   copy[int64_t(size)] = '\0';
   const uint32_t st = parse_lines(net, copy.get(), origin);

@@ -78,10 +78,9 @@ Loaded load(const std::string &net_text, const std::string &weights, int32_t met
 
 TEST(NetLoader, SmallNetworkMatchesADirectComputation) {
   // relu6 in place of the batch norm keeps the direct computation short
-  const std::string text =
-      replace(replace(replace(kGoodNet, "2 bn2d norm 1 0.001 9:12\n", "2 relu6 clamp 1 - -\n"), "weights 21",
-                      "weights 9"),
-              "3 reshape rows 1", "3 reshape rows 2");
+  const std::string text = replace(
+      replace(replace(kGoodNet, "2 bn2d norm 1 0.001 9:12\n", "2 relu6 clamp 1 - -\n"), "weights 21", "weights 9"),
+      "3 reshape rows 1", "3 reshape rows 2");
   std::vector<float> w = good_weights();
   w.resize(9);
   Loaded r = load(text, as_string(weight_file(w)));
@@ -103,8 +102,8 @@ TEST(NetLoader, SmallNetworkMatchesADirectComputation) {
   std::vector<double> y(60);
   for (int o = 0; o < 3; ++o)
     for (int p = 0; p < 20; ++p)
-      y[o * 20 + p] = std::min(6.0, std::max(0.0, double(w[o * 2]) * x[p] + double(w[o * 2 + 1]) * x[20 + p] +
-                                                     double(w[6 + o])));
+      y[o * 20 + p] =
+          std::min(6.0, std::max(0.0, double(w[o * 2]) * x[p] + double(w[o * 2 + 1]) * x[20 + p] + double(w[6 + o])));
   for (int r3 = 0; r3 < 20; ++r3) {
     double s = 0;
     for (int k = 0; k < 3; ++k) s += std::exp(y[r3 * 3 + k]);
@@ -132,9 +131,7 @@ TEST(NetLoader, EveryMalformationIsOneReportNamingTheLine) {
     EXPECT_EQ(ok.printed.find("Error"), std::string::npos) << ok.printed;
     oru_cg_release_network(&ok.net);
   }
-  auto sub = [](const char *from, const char *to) {
-    return [=](std::string s) { return replace(s, from, to); };
-  };
+  auto sub = [](const char *from, const char *to) { return [=](std::string s) { return replace(s, from, to); }; };
   const std::string long_name(80, 'n');
   const Bad cases[] = {
       {"wrong magic", sub("orunet 1", "orunet 2"), 1, 1},
@@ -183,7 +180,8 @@ TEST(NetLoader, EveryMalformationIsOneReportNamingTheLine) {
     const std::string at = "loader.net:" + std::to_string(c.line) + ":";
     EXPECT_NE(r.printed.find(at), std::string::npos) << r.printed;
     size_t reports = 0;
-    for (size_t p = r.printed.find("Error occurred"); p != std::string::npos; p = r.printed.find("Error occurred", p + 1))
+    for (size_t p = r.printed.find("Error occurred"); p != std::string::npos;
+         p = r.printed.find("Error occurred", p + 1))
       ++reports;
     EXPECT_EQ(reports, 1u) << r.printed;
   }
@@ -199,11 +197,13 @@ TEST(NetLoader, WeightFilesOfTheWrongLengthOrDigestAndMissingFiles) {
   } cases[] = {
       {"one word short", as_string(good).substr(4), ORU_RET_ERR_DATA_LENGTH, "loader.weights:0:"},
       {"one byte long", as_string(good) + "x", ORU_RET_ERR_DATA_LENGTH, "loader.weights:0:"},
-      {"a weight changed", [&] {
+      {"a weight changed",
+       [&] {
          std::string s = as_string(good);
          s[5] ^= 1;
          return s;
-       }(), ORU_RET_ERR_PARA, "MD5"},
+       }(),
+       ORU_RET_ERR_PARA, "MD5"},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.what);

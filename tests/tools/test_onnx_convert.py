@@ -234,8 +234,9 @@ def g_resize(b):
 
 
 GRAPHS = [g_std_conv, g_pointwise_conv, g_depthwise_conv, g_conv_bn_relu, g_depthwise_bn_relu6, g_conv_relu,
-          g_conv_hswish, g_dilated_conv, g_transposed_conv, g_bn, g_sigmoid_hswish, g_relu6_relu, g_softmax, g_pools, g_squeeze_excite,
-          g_global_max_and_gemm, g_flatten_matmul, g_squeeze_unsqueeze_identity, g_branches, g_folded_shape_and_layout, g_resize]
+          g_conv_hswish, g_dilated_conv, g_transposed_conv, g_bn, g_sigmoid_hswish, g_relu6_relu, g_softmax, g_pools,
+          g_squeeze_excite, g_global_max_and_gemm, g_flatten_matmul, g_squeeze_unsqueeze_identity, g_branches,
+          g_folded_shape_and_layout, g_resize]
 
 
 @pytest.mark.parametrize("graph", GRAPHS, ids=lambda g: g.__name__[2:])
