@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Converts an ONNX network into the library's network file and weight file.
 
-  /usr/bin/python3 tools/onnx_convert.py MODEL.onnx OUT [--method auto|0|1|2] [--input-size WxH]
+  /usr/bin/python3 tools/onnx_convert.py MODEL.onnx OUT [--method auto|0|1|2] [--backend 0|1]
+                                         [--input-size WxH]
 
 writes OUT.net (the graph as text, one line per node; see docs/network_file.md) and
 OUT.weights (32-bit words and their MD5 digest). Constant sub-graphs (shape arithmetic
@@ -660,6 +661,7 @@ def main(argv):
     ap.add_argument("model")
     ap.add_argument("out", help="OUT: writes OUT.net and OUT.weights")
     ap.add_argument("--method", default="auto", choices=["auto", "0", "1", "2"])
+    ap.add_argument("--backend", default="0", choices=["0", "1"], help="0 float, 1 fixed point")
     ap.add_argument("--input-size", help="WxH of a 4-D input, replacing the model's")
     args = ap.parse_args(argv)
     size = None
@@ -682,7 +684,7 @@ def main(argv):
     tmps = []
     try:
         tmps.append(write_atomically(args.out + ".weights", payload + hashlib.md5(payload).digest()))
-        tmps.append(write_atomically(args.out + ".net", conv.text().encode()))
+        tmps.append(write_atomically(args.out + ".net", conv.text(int(args.backend)).encode()))
         os.replace(tmps[0], args.out + ".weights")
         os.replace(tmps[1], args.out + ".net")
     except OSError as e:
