@@ -37,6 +37,49 @@ void BM_FaceInference(benchmark::State &state) {
 }
 BENCHMARK(BM_FaceInference)->ArgName("method")->Arg(ULTRAFACE_METHOD_PER_LAYER)->Arg(2)->Arg(0)->Unit(benchmark::kMillisecond);
 
+// The same network loaded from the shipped network file instead of bound by hand.
+const char *kNet = ORU_BENCH_MODEL_DIR "/ultraface-slim-320.net";
+
+void BM_FaceInferenceConverted(benchmark::State &state) {
+  oru_cg_net *net = nullptr;
+  if (oru_cg_load_network(&net, kNet, kWeights, int32_t(state.range(0))) != 0 ||
+      oru_prepare_inference_computation(oru_cg_network_graph(net)) != 0) {
+    oru_cg_release_network(&net);
+    state.SkipWithError("cannot load the network");
+    return;
+  }
+  oru_tensor *in = oru_cg_network_input(net, "input");
+  float *x = static_cast<float *>(in->data);
+  for (int64_t i = 0; i < in->total_elements; ++i) x[i] = float(i % 251) / 125.0f - 1.0f;
+  oru_cg_handle *g = oru_cg_network_graph(net);
+  oru_computation_graph_inference(g);
+  for (auto _ : state) benchmark::DoNotOptimize(oru_computation_graph_inference(g));
+  oru_cg_release_network(&net);
+}
+BENCHMARK(BM_FaceInferenceConverted)->ArgName("method")->Arg(ORU_CG_NET_METHOD_PER_LAYER)->Arg(2)->Arg(0)
+    ->Unit(benchmark::kMillisecond);
+
+// Start-up: read and check the files, bind, prepare; against building the graph by hand.
+void BM_FaceLoadAndPrepareConverted(benchmark::State &state) {
+  for (auto _ : state) {
+    oru_cg_net *net = nullptr;
+    uint32_t st = oru_cg_load_network(&net, kNet, kWeights, ORU_CG_NET_METHOD_PER_LAYER);
+    if (!st) st = oru_prepare_inference_computation(oru_cg_network_graph(net));
+    oru_cg_release_network(&net);
+    if (st) state.SkipWithError("cannot load the network");
+  }
+}
+BENCHMARK(BM_FaceLoadAndPrepareConverted)->Unit(benchmark::kMillisecond);
+
+void BM_FaceCreateHandBound(benchmark::State &state) {
+  for (auto _ : state) {
+    ultraface *net = ultraface_create(kWeights, ULTRAFACE_METHOD_PER_LAYER);
+    if (!net) state.SkipWithError("cannot build the network");
+    ultraface_release(&net);
+  }
+}
+BENCHMARK(BM_FaceCreateHandBound)->Unit(benchmark::kMillisecond);
+
 void BM_FaceEndToEnd640x480(benchmark::State &state) {
   ultraface *net = ultraface_create(kWeights, ULTRAFACE_METHOD_PER_LAYER);
   if (!net) {

@@ -6,6 +6,7 @@
 #include "oru_core.h"
 #include "oru_matrix.h"
 #include "oru_cg.h"
+#include "oru_cg_net.h"
 #include "oru_conv.h"
 #include "oru_fixed.h"
 #include "oru_image.h"

@@ -9,7 +9,7 @@ case "${1:-test}" in
   example) ;;
   test)
     want+=(clang libclang-rt-14-dev libgtest-dev googletest ccache python3 python3-numpy python3-scipy python3-onnx
-           g++-aarch64-linux-gnu qemu-user binutils libopenblas-dev valgrind
+           python3-opencv g++-aarch64-linux-gnu qemu-user binutils libopenblas-dev valgrind
            pkg-config python3-setuptools python3-pytest)
     ;;
   bench)

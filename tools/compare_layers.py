@@ -4,6 +4,14 @@
   build/.../dump_nodes IMAGE.bmp DUMPDIR            # the library's layer outputs
   /usr/bin/python3 tools/compare_layers.py DUMPDIR [--onnx MODEL.onnx] [--tol 1e-4]
 
+or, for any converted model (tools/onnx_convert.py MODEL.onnx OUT):
+
+  build/.../run_network OUT INPUT.tensor DUMPDIR --all
+  /usr/bin/python3 tools/compare_layers.py DUMPDIR --net INPUT.tensor --onnx MODEL.onnx
+
+which compares every node of the converted model that carries the name of an ONNX
+tensor (DUMPDIR/nodes.txt lists them) with OpenCV's output of that tensor.
+
 OpenCV DNN runs the ONNX network on the very input tensor the library used
 (DUMPDIR/input.tensor); every convolution of the library (after its batch norm and
 activation, as the library fuses them) is compared with the matching ONNX output, in
@@ -81,6 +89,64 @@ def compare_fixed(fixed_dir, float_dir, tol):
         print(f"first layer beyond tolerance: {first_bad}")
         return 1
     print("all layers within tolerance")
+
+
+def opencv_layers(model_path):
+    """OpenCV's layer name for each ONNX tensor that a node computes."""
+    import onnx
+    graph = onnx.load(model_path).graph
+    names = {}
+    for node in graph.node:
+        for k, out in enumerate(node.output):
+            names[out] = ("onnx_node!" + node.name) if node.name else f"onnx_node_output_{k}!{out}"
+    for out in graph.output:
+        names[out.name] = out.name
+    return names
+
+
+def report(pairs, tol):
+    """Prints one line per pair and gives the first name beyond tolerance, or None."""
+    first_bad = None
+    for mine, got, ref in pairs:
+        ref = ref.astype(np.float32).ravel()
+        if got.size != ref.size:
+            print(f"{mine:32s} size {got.size} against {ref.size}")
+            first_bad = first_bad or mine
+            continue
+        diff = np.abs(got - ref)
+        worst = int(np.argmax(diff)) if diff.size else 0
+        scale = max(1.0, float(np.max(np.abs(ref)))) if ref.size else 1.0
+        bad = diff.size and diff[worst] > tol * scale
+        print(f"{mine:32s} max |diff| {diff[worst] if diff.size else 0:.3e}{'  <-- differs' if bad else ''}")
+        if bad and first_bad is None:
+            first_bad = mine
+    return first_bad
+
+
+def compare_network(args):
+    try:
+        dims, x = read_tensor(args.net)
+        rows = [line.split() for line in open(os.path.join(args.dump_dir, "nodes.txt"))]
+        layers = opencv_layers(args.onnx)
+    except (OSError, ValueError) as e:
+        print(f"compare_layers: {e}", file=sys.stderr)
+        return 2
+    net = cv2.dnn.readNetFromONNX(args.onnx)
+    net.setPreferableBackend(cv2.dnn.DNN_BACKEND_OPENCV)
+    known = set(net.getLayerNames())
+    wanted = [(name, layers[name], f) for _, name, f in rows if name in layers and layers[name] in known]
+    net.setInput(x.reshape([int(d) for d in reversed(dims)]).astype(np.float32))
+    outputs = net.forward([layer for _, layer, _ in wanted]) if wanted else []
+    pairs = []
+    for (name, _, f), ref in zip(wanted, outputs):
+        _, got = read_tensor(os.path.join(args.dump_dir, f))
+        pairs.append((name, got, ref))
+    first_bad = report(pairs, args.tol)
+    print(f"{len(pairs)} of {len(rows)} nodes compared (the others have no ONNX tensor of their name)")
+    if first_bad:
+        print(f"first layer beyond tolerance: {first_bad}")
+        return 1
+    print("all layers agree within tolerance")
     return 0
 
 
@@ -92,11 +158,15 @@ def main(argv):
     ap.add_argument("--tol", type=float, default=None)
     ap.add_argument("--float", dest="float_dir", default=None,
                     help="float dump to compare a fixed-point dump with, node by node")
+    ap.add_argument("--net", metavar="INPUT.tensor",
+                    help="compare a run_network --all dump of a converted model, run on this input")
     args = ap.parse_args(argv)
     if args.float_dir:
         return compare_fixed(args.dump_dir, args.float_dir, 64.0 if args.tol is None else args.tol)
     if args.tol is None:
         args.tol = 1e-4
+    if args.net:
+        return compare_network(args)
     try:
         _, layers = onnx_to_weights.convert(args.onnx)
         dims, x = read_tensor(os.path.join(args.dump_dir, "input.tensor"))

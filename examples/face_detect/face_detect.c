@@ -1,8 +1,10 @@
 /* face_detect IMAGE.bmp [-o OUT.bmp] [--threshold 0.7] [--iou 0.3] [--repeat N]
- *             [--keep-aspect] [--model PATH] [--method auto|0|2] [--fixed]
+ *             [--keep-aspect] [--model PATH] [--method auto|0|2] [--input-size WxH] [--fixed]
  * Prints one "x0 y0 x1 y1 score" line per face, best first, in the image's pixels, and
- * draws the boxes on a copy of the image. --fixed runs the network in 16-bit fixed point
- * with the Q list shipped beside the weights. */
+ * draws the boxes on a copy of the image. --model PATH names a converted model when
+ * PATH.net exists (PATH.net beside PATH.weights), else the weight file of the built-in
+ * graph. --fixed runs the built-in graph in 16-bit fixed point with the Q list shipped
+ * beside the weights. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -10,6 +12,7 @@
 #include <time.h>
 
 #include "annotate.h"
+#include "face_model.h"
 #include "ultraface.h"
 
 #ifndef ULTRAFACE_DEFAULT_MODEL
@@ -21,7 +24,12 @@
 static int usage(void) {
   fprintf(stderr,
           "usage: face_detect IMAGE.bmp [-o OUT.bmp] [--threshold 0.7] [--iou 0.3] [--repeat N] "
-          "[--keep-aspect] [--model PATH] [--method auto|0|2] [--fixed]\n");
+          "[--keep-aspect] [--model PATH] [--method auto|0|2] [--input-size WxH] [--fixed]\n"
+          "  --model PATH: a converted model if PATH.net exists (PATH.net and PATH.weights;\n"
+          "                PATH may be given as PATH.net), else the weight file of the built-in\n"
+          "                320x240 graph; by default the shipped converted face network\n"
+          "  --input-size: the input size a converted model was made for (default: its own)\n"
+          "  --fixed:      the built-in graph in 16-bit fixed point\n");
   return 1;
 }
 
@@ -57,7 +65,8 @@ static int looks_like_bmp(const char *path, const char **why) {
 int main(int argc, char **argv) {
   const char *image_path = NULL, *out_path = NULL, *model = ULTRAFACE_DEFAULT_MODEL;
   float threshold = 0.7f, iou = 0.3f;
-  int repeat = 0, keep_aspect = 0, model_given = 0, method = (int)ULTRAFACE_METHOD_PER_LAYER;
+  int repeat = 0, keep_aspect = 0, model_given = 0, method = (int)ULTRAFACE_METHOD_PER_LAYER, method_given = 0;
+  int input_w = 0, input_h = 0;
   uint32_t backend = ULTRAFACE_BACKEND_FLOAT;
   for (int i = 1; i < argc; ++i) {
     const char *a = argv[i];
@@ -70,6 +79,9 @@ int main(int argc, char **argv) {
     else if (!strcmp(a, "--method") && has_value) {
       const char *m = argv[++i];
       method = !strcmp(m, "auto") ? (int)ULTRAFACE_METHOD_PER_LAYER : !strcmp(m, "0") ? 0 : !strcmp(m, "2") ? 2 : -1;
+      method_given = 1;
+    } else if (!strcmp(a, "--input-size") && has_value) {
+      if (sscanf(argv[++i], "%dx%d", &input_w, &input_h) != 2 || input_w < 1 || input_h < 1) return usage();
     }
     else if (!strcmp(a, "--keep-aspect")) keep_aspect = 1;
     else if (!strcmp(a, "--fixed")) backend = ULTRAFACE_BACKEND_FIXED;
@@ -97,15 +109,38 @@ int main(int argc, char **argv) {
     fprintf(stderr, "face_detect: %s: cannot decode the BMP file\n", image_path);
     return 1;
   }
-  ultraface *net = ultraface_create_backend(model, (uint32_t)method, backend);
+  /* a converted model when MODEL.net exists, else the built-in graph over MODEL's weights;
+   * by default the shipped network file beside the default weights, which gives the
+   * built-in graph's results bit for bit at the same speed */
+  ultraface *net = NULL;
+  face_model *converted = NULL;
+  char prefix[4096];
+  snprintf(prefix, sizeof prefix, "%s", model);
+  size_t plen = strlen(prefix);
+  if (!model_given && plen > 8 && !strcmp(prefix + plen - 8, ".weights")) prefix[plen - 8] = '\0';
+  if (model_given && plen > 4 && !strcmp(prefix + plen - 4, ".net")) prefix[plen - 4] = '\0';
+  if (backend == ULTRAFACE_BACKEND_FIXED) {
+    /* a network file carries no Q list: fixed point runs the built-in graph */
+    net = ultraface_create_backend(model, (uint32_t)method, backend);
+  } else if (face_model_exists(prefix)) {
+    converted = face_model_create(prefix, input_w, input_h, method_given ? method : ORU_CG_NET_METHOD_FROM_FILE);
+  } else if (input_w && (input_w != ULTRAFACE_WIDTH || input_h != ULTRAFACE_HEIGHT)) {
+    fprintf(stderr, "face_detect: the built-in graph takes 320x240; give a converted model for other sizes\n");
+    oru_release_matrix(&image);
+    return 1;
+  } else {
+    net = ultraface_create(model, (uint32_t)method);
+  }
   float *faces = (float *)malloc(sizeof(float) * 5 * MAX_FACES);
-  if (!net || !faces) {
+  if ((!net && !converted) || !faces) {
     free(faces);
+    face_model_release(&converted);
     ultraface_release(&net);
     oru_release_matrix(&image);
     return 1;
   }
-  int32_t n = ultraface_detect(net, image, threshold, iou, keep_aspect, faces, MAX_FACES);
+  int32_t n = converted ? face_model_detect(converted, image, threshold, iou, keep_aspect, faces, MAX_FACES)
+                        : ultraface_detect(net, image, threshold, iou, keep_aspect, faces, MAX_FACES);
   int status = 0;
   if (n < 0) {
     fprintf(stderr, "face_detect: %s: detection failed\n", image_path);
@@ -114,10 +149,10 @@ int main(int argc, char **argv) {
   if (status == 0 && repeat > 0) {
     double *times = (double *)malloc(sizeof(double) * (size_t)repeat);
     if (times) {
-      ultraface_run(net); /* warm-up */
+      if (converted) face_model_run(converted); else ultraface_run(net); /* warm-up */
       for (int r = 0; r < repeat; ++r) {
         double t0 = now_ms();
-        ultraface_run(net);
+        if (converted) face_model_run(converted); else ultraface_run(net);
         times[r] = now_ms() - t0;
       }
       qsort(times, (size_t)repeat, sizeof(double), by_value);
@@ -139,6 +174,7 @@ int main(int argc, char **argv) {
     printf("%.2f %.2f %.2f %.2f %.4f\n", faces[5 * i], faces[5 * i + 1], faces[5 * i + 2], faces[5 * i + 3],
            faces[5 * i + 4]);
   free(faces);
+  face_model_release(&converted);
   ultraface_release(&net);
   oru_release_matrix(&image);
   return status;
