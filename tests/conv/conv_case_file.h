@@ -29,8 +29,8 @@ struct Case {
   Array input, weight, expected;
 };
 
-inline std::vector<Case> load_cases() {
-  std::vector<uint8_t> bytes = oru_test::read_file(oru_test::data_path("conv/conv_cases.bin"));
+inline std::vector<Case> load_cases(const char *file = "conv/conv_cases.bin") {
+  std::vector<uint8_t> bytes = oru_test::read_file(oru_test::data_path(file));
   std::vector<Case> cases;
   size_t at = 0;
   auto take = [&](void *dst, size_t n) {

@@ -39,8 +39,20 @@ oru_tensor *conv_make_output(const oru_tensor *input, int32_t out_w, int32_t out
   return out;
 }
 
-void conv_release_calc_info(void *calc_info) {
+void *conv_make_calc_info(uint32_t method, const oru_tensor *input, const oru_tensor *weight,
+                          const oru_conv2d_params *params, const uint32_t *conv_workers) {
+  if (method == ORU_CG_CONV_IM2COL_GEMM) return oru_create_im2col_gemm_calc_info(input, weight, params, conv_workers);
+  if (method == ORU_CG_CONV_PACKED_HWG) return oru_create_conv2d_hwg_calc_info(input, weight, params, conv_workers);
+  return nullptr;
+}
+
+void conv_release_calc_info(void *calc_info, uint32_t method) {
   if (!calc_info) return;
+  if (method == ORU_CG_CONV_PACKED_HWG) {
+    auto *info = static_cast<oru_conv2d_hwg_info *>(calc_info);
+    oru_release_conv2d_hwg_calc_info(&info);
+    return;
+  }
   auto *info = static_cast<oru_im2col_gemm_info *>(calc_info);
   oru_release_im2col_gemm_calc_info(&info);
 }
@@ -110,8 +122,8 @@ uint32_t init_inference(oru_cg_handle *h, int32_t node, Kind kind) {
   }
   if (!c->output) return ORU_RET_ERR_MEMORY;
   if (kind == Kind::dilated || kind == Kind::transposed) return ORU_RET_OK;
-  if (c->conv_method == ORU_CG_CONV_IM2COL_GEMM) {
-    c->calc_info = oru_create_im2col_gemm_calc_info(c->input, c->weight, &c->params, &c->conv_workers);
+  if (c->conv_method == ORU_CG_CONV_IM2COL_GEMM || c->conv_method == ORU_CG_CONV_PACKED_HWG) {
+    c->calc_info = oru::conv_make_calc_info(c->conv_method, c->input, c->weight, &c->params, &c->conv_workers);
     if (!c->calc_info && kind != Kind::pointwise) return ORU_RET_ERR_MEMORY;
   }
   return ORU_RET_OK;
@@ -119,15 +131,17 @@ uint32_t init_inference(oru_cg_handle *h, int32_t node, Kind kind) {
 
 uint32_t uninit(void **context) {
   return oru::cg_release_context<oru_conv2d_context>(
-      context, [](oru_conv2d_context *c) { oru::conv_release_calc_info(c->calc_info); });
+      context, [](oru_conv2d_context *c) { oru::conv_release_calc_info(c->calc_info, c->conv_method); });
 }
 
 using ChwKernel = uint32_t (*)(oru_tensor *, const oru_tensor *, const oru_tensor *, const oru_conv2d_params *,
                                const uint32_t *);
 using GemmKernel = uint32_t (*)(oru_tensor *, const oru_tensor *, const oru_tensor *, const oru_conv2d_params *,
                                 const oru_im2col_gemm_info *);
+using HwgKernel = uint32_t (*)(oru_tensor *, const oru_tensor *, const oru_tensor *, const oru_conv2d_params *,
+                               const oru_conv2d_hwg_info *);
 
-uint32_t run(void *context, ChwKernel chw, GemmKernel gemm) {
+uint32_t run(void *context, ChwKernel chw, GemmKernel gemm, HwgKernel hwg) {
   auto *c = static_cast<oru_conv2d_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   uint32_t st;
@@ -139,12 +153,17 @@ uint32_t run(void *context, ChwKernel chw, GemmKernel gemm) {
       st = gemm(c->output, c->input, c->weight, &c->params, static_cast<const oru_im2col_gemm_info *>(c->calc_info));
       break;
     case ORU_CG_CONV_PACKED_HWG:
-      return ORU_RET_ERR_NOT_SUPPORT;  // refused at bind; kept for a context made by hand
+      if (!c->calc_info) return ORU_RET_ERR_PARA;
+      st = hwg(c->output, c->input, c->weight, &c->params, static_cast<const oru_conv2d_hwg_info *>(c->calc_info));
+      break;
     default:
       return ORU_RET_OK;
   }
   if (st) return st;
-  if (c->params.has_bias == 1) return oru_tensor_bias_chw(c->output, c->output, c->weight, &c->params, &c->conv_workers);
+  if (c->params.has_bias != 1) return ORU_RET_OK;
+  if (c->conv_method == ORU_CG_CONV_PACKED_HWG)
+    return oru_tensor_bias_hwg(c->output, c->output, c->weight, &c->params, &c->conv_workers);
+  return oru_tensor_bias_chw(c->output, c->output, c->weight, &c->params, &c->conv_workers);
   return ORU_RET_OK;
 }
 
@@ -195,13 +214,15 @@ ORU_API oru_tensor *oru_get_conv2d_inference_data(oru_cg_handle *h, int32_t node
 }
 
 uint32_t oru_cg_std_conv2d(void *context) {
-  return run(context, oru_tensor_std_conv2d_chw, oru_tensor_std_conv2d_im2col_gemm);
+  return run(context, oru_tensor_std_conv2d_chw, oru_tensor_std_conv2d_im2col_gemm, oru_tensor_std_conv2d_hwg);
 }
 uint32_t oru_cg_depthwise_conv2d(void *context) {
-  return run(context, oru_tensor_depthwise_conv2d_chw, oru_tensor_depthwise_conv2d_im2col_gemm);
+  return run(context, oru_tensor_depthwise_conv2d_chw, oru_tensor_depthwise_conv2d_im2col_gemm,
+             oru_tensor_depthwise_conv2d_hwg);
 }
 uint32_t oru_cg_conv2d_1x1(void *context) {
-  return run(context, oru_tensor_pointwise_conv2d_chw, oru_tensor_pointwise_conv2d_im2col_gemm);
+  return run(context, oru_tensor_pointwise_conv2d_chw, oru_tensor_pointwise_conv2d_im2col_gemm,
+             oru_tensor_pointwise_conv2d_hwg);
 }
 
 uint32_t oru_cg_dilated_conv2d(void *context) {

@@ -36,11 +36,9 @@ void conv_resolve_inputs(oru_cg_handle *h, int32_t node, oru_tensor **input, oru
 oru_tensor *conv_make_output(const oru_tensor *input, int32_t out_w, int32_t out_h, int32_t channels,
                              uint32_t dev_type, bool force_storage);
 
-// The packed HWG family and the fixed-point kernels are not part of this build: a node asking
-// for them is refused at init_context rather than left to run half of its work.
-inline bool conv_unbuilt_method(const oru_cg_handle *h) {
-  return h->conv_method == ORU_CG_CONV_PACKED_HWG || h->backend == ORU_CG_BACKEND_FIXED;
-}
+// The fixed-point kernels are not part of this build: a node asking for them is refused at
+// init_context rather than left to run half of its work.
+inline bool conv_unbuilt_method(const oru_cg_handle *h) { return h->backend == ORU_CG_BACKEND_FIXED; }
 
 // Copies a node's parameters and the handle's convolution settings into its fresh context.
 template <typename Ctx>
@@ -52,8 +50,12 @@ void conv_fill_context(Ctx *c, const void *params, const oru_cg_handle *h, uint3
   c->dev_type = h->dev_type;
 }
 
-// Releases the packed kernels a node made at prepare for the im2col method; null is fine.
-void conv_release_calc_info(void *calc_info);
+// The packed kernels of conv method 2 or 1, made once at prepare; null for method 0 or on failure.
+void *conv_make_calc_info(uint32_t method, const oru_tensor *input, const oru_tensor *weight,
+                          const oru_conv2d_params *params, const uint32_t *conv_workers);
+
+// Releases what conv_make_calc_info made for the method; null is fine.
+void conv_release_calc_info(void *calc_info, uint32_t method);
 
 }  // namespace oru
 

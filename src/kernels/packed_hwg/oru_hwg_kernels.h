@@ -1,0 +1,46 @@
+// The packed HWG kernel family: convolutions over channel groups of 8, 4 and 1 whose pixels
+// hold their group's channels side by side. Every member takes (output of the group, output
+// height, output row length in floats, input of the group, input height, input row length
+// in floats, the group pair's weight block in the packed order) and has a plain form, the
+// reference, and vector forms that agree with it bit for bit.
+//
+// Arithmetic of a standard member with output width O and input width I, per output pixel
+// and output lane a: p[b] = fused multiply-add chain over the taps in order (ky, kx) of
+// w(a, b, tap) * in(tap, b), taps outside the input skipped; then the lanes in pairs,
+// ((p0 + p1) + (p2 + p3)) + ((p4 + p5) + (p6 + p7)); then added to the output lane.
+// A depthwise member stores, per lane, the fused chain over the taps.
+#ifndef ORU_KERNELS_HWG_KERNELS_H
+#define ORU_KERNELS_HWG_KERNELS_H
+
+#include <cstdint>
+
+#include "core/oru_dispatch.h"
+
+namespace oru {
+
+using HwgKernel = void (*)(float *out, int32_t out_h, int32_t out_row, const float *in, int32_t in_h,
+                           int32_t in_row, const float *w);
+
+// The five families; the pointwise family sees a whole plane as one line of pixels.
+enum HwgFamily : int { hwg_std_1x1_s1 = 0, hwg_std_3x3_s1, hwg_std_3x3_s2, hwg_dw_3x3_s1, hwg_dw_3x3_s2,
+                       hwg_family_count };
+
+// Group width to table index and back: 8 -> 0, 4 -> 1, 1 -> 2.
+constexpr int hwg_width_index(int g) { return g == 8 ? 0 : g == 4 ? 1 : 2; }
+constexpr int hwg_width_of(int index) { return index == 0 ? 8 : index == 1 ? 4 : 1; }
+
+// Forms by [family][output width index][input width index]; depthwise families fill only
+// the diagonal. A table an architecture doesn't build is never referenced there.
+using HwgTable = HwgKernel[hwg_family_count][3][3];
+extern const HwgTable hwg_kernels_plain;
+extern const HwgTable hwg_kernels_avx2;
+extern const HwgTable hwg_kernels_avx512;
+extern const HwgTable hwg_kernels_neon;
+
+// Every form of one member, and the best one that runs here (picked once per member).
+KernelForms<HwgKernel> hwg_kernel_forms(int family, int o, int i);
+HwgKernel hwg_kernel(int family, int o, int i);
+
+}  // namespace oru
+
+#endif

@@ -1,0 +1,53 @@
+// NEON forms of the packed HWG kernels: 8 lanes as a pair of 4-lane registers.
+#include <arm_neon.h>
+
+#include "kernels/packed_hwg/oru_hwg_kernels_simd.h"
+
+namespace {
+
+struct NeonV4 {
+  using T = float32x4_t;
+  static constexpr int regs = 1;
+  static T load(const float *p) { return vld1q_f32(p); }
+  static void store(float *p, T v) { vst1q_f32(p, v); }
+  static T zero() { return vdupq_n_f32(0.0f); }
+  static T bcast(const float *p) { return vld1q_dup_f32(p); }
+  static T fma(T a, T b, T c) { return vfmaq_f32(c, a, b); }
+  static T add(T a, T b) { return vaddq_f32(a, b); }
+  // (p0 + p1) + (p2 + p3).
+  static float hsum(T v) { return vpadds_f32(vget_low_f32(vpaddq_f32(v, v))); }
+};
+
+struct NeonV8 {
+  struct T {
+    float32x4_t lo, hi;
+  };
+  static constexpr int regs = 2;
+  static T load(const float *p) { return {vld1q_f32(p), vld1q_f32(p + 4)}; }
+  static void store(float *p, T v) {
+    vst1q_f32(p, v.lo);
+    vst1q_f32(p + 4, v.hi);
+  }
+  static T zero() { return {vdupq_n_f32(0.0f), vdupq_n_f32(0.0f)}; }
+  static T bcast(const float *p) {
+    float32x4_t v = vld1q_dup_f32(p);
+    return {v, v};
+  }
+  static T fma(T a, T b, T c) { return {vfmaq_f32(c.lo, a.lo, b.lo), vfmaq_f32(c.hi, a.hi, b.hi)}; }
+  static T add(T a, T b) { return {vaddq_f32(a.lo, b.lo), vaddq_f32(a.hi, b.hi)}; }
+  // ((p0 + p1) + (p2 + p3)) + ((p4 + p5) + (p6 + p7)).
+  static float hsum(T v) {
+    float32x4_t q = vpaddq_f32(v.lo, v.hi);
+    return vpadds_f32(vget_low_f32(vpaddq_f32(q, q)));
+  }
+};
+
+struct Neon {
+  using V8 = NeonV8;
+  using V4 = NeonV4;
+  static constexpr int regs = 32;
+};
+
+}  // namespace
+
+ORU_HWG_FORMS(neon, Neon)

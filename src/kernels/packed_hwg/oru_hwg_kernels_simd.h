@@ -1,0 +1,251 @@
+// The packed HWG kernels written once over an instruction set's traits A, which give an
+// 8-lane vector A::V8, a 4-lane vector A::V4 and the register count A::regs. Each vector
+// file includes this header and instantiates the table with its own traits; everything here
+// has internal linkage, so no two instruction sets share a function.
+//
+// Standard members with 8 or 4 output lanes hold one vector of output lanes per input lane:
+// p[b] over the output channels, built by fused multiply-adds of a weight vector and the
+// broadcast input value, tap by tap. Lanes are combined in pairs as soon as both exist, so
+// at most four such vectors per pixel are alive, and several output pixels share each
+// weight load. Members with one output lane hold the input lanes in one vector and sum it
+// in pairs at the end. Taps outside the input are skipped, as in the plain form.
+#ifndef ORU_KERNELS_HWG_KERNELS_SIMD_H
+#define ORU_KERNELS_HWG_KERNELS_SIMD_H
+
+#include <cmath>
+#include <cstdint>
+#include <type_traits>
+
+#include "kernels/packed_hwg/oru_hwg_kernels.h"
+
+namespace {
+
+// Pixels of one output row that a tile call covers, with the window's valid taps.
+struct TapRange {
+  int ky_lo, ky_hi, kx_lo, kx_hi;
+};
+
+constexpr int clamp_nx(int n) { return n < 1 ? 1 : n > 12 ? 12 : n; }
+
+// Standard member with O in {8, 4}: vectors of O output lanes.
+template <class A, int K, int S, int OW, int I>
+struct StdVecOut {
+  static constexpr int O = OW;
+  using V = typename std::conditional<O == 8, typename A::V8, typename A::V4>::type;
+  using T = typename V::T;
+  static constexpr int live = I == 8 ? 4 : I == 4 ? 3 : 1;
+  static constexpr int NX = clamp_nx((A::regs - 3) / (live * V::regs));
+  static constexpr int taps = K * K;
+  alignas(64) float wt[taps * I * O];  // [tap][input lane][output lane]
+
+  explicit StdVecOut(const float *w) {
+    for (int a = 0; a < O; ++a)
+      for (int t = 0; t < taps; ++t)
+        for (int b = 0; b < I; ++b) wt[(t * I + b) * O + a] = w[(a * taps + t) * I + b];
+  }
+
+  template <int N>
+  void lane(T *acc, int b, const float *const *rows, const TapRange &r, int64_t ix0) const {
+    for (int n = 0; n < N; ++n) acc[n] = V::zero();
+    for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
+      for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
+        const T wv = V::load(wt + ((ky * K + kx) * I + b) * O);
+        const float *px = rows[ky] + (ix0 + kx) * I + b;
+        for (int n = 0; n < N; ++n) acc[n] = V::fma(wv, V::bcast(px + n * S * I), acc[n]);
+      }
+  }
+
+  template <int N>
+  void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+    T a[N], b[N], c[N], d[N];
+    lane<N>(a, 0, rows, r, ix0);
+    if (I >= 4) {
+      lane<N>(b, 1, rows, r, ix0);
+      for (int n = 0; n < N; ++n) a[n] = V::add(a[n], b[n]);
+      lane<N>(b, 2, rows, r, ix0);
+      lane<N>(c, 3, rows, r, ix0);
+      for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], c[n]));
+    }
+    if (I == 8) {
+      lane<N>(b, 4, rows, r, ix0);
+      lane<N>(c, 5, rows, r, ix0);
+      for (int n = 0; n < N; ++n) b[n] = V::add(b[n], c[n]);
+      lane<N>(c, 6, rows, r, ix0);
+      lane<N>(d, 7, rows, r, ix0);
+      for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], V::add(c[n], d[n])));
+    }
+    for (int n = 0; n < N; ++n) V::store(dst + n * O, V::add(V::load(dst + n * O), a[n]));
+  }
+};
+
+// Standard member with one output lane and I in {8, 4}: the input lanes in one vector.
+template <class A, int K, int S, int I>
+struct StdVecIn {
+  using V = typename std::conditional<I == 8, typename A::V8, typename A::V4>::type;
+  using T = typename V::T;
+  static constexpr int NX = 4;
+  static constexpr int O = 1;
+  const float *w;
+  explicit StdVecIn(const float *weights) : w(weights) {}
+
+  template <int N>
+  void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+    T p[N];
+    for (int n = 0; n < N; ++n) p[n] = V::zero();
+    for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
+      for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
+        const T wv = V::load(w + (ky * K + kx) * I);
+        const float *px = rows[ky] + (ix0 + kx) * I;
+        for (int n = 0; n < N; ++n) p[n] = V::fma(wv, V::load(px + n * S * I), p[n]);
+      }
+    for (int n = 0; n < N; ++n) dst[n] += V::hsum(p[n]);
+  }
+};
+
+// One output and one input lane: a scalar chain per pixel.
+template <int K, int S>
+struct StdScalar {
+  static constexpr int NX = 4;
+  static constexpr int O = 1;
+  const float *w;
+  explicit StdScalar(const float *weights) : w(weights) {}
+
+  template <int N>
+  void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+    float p[N] = {};
+    for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
+      for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
+        const float wv = w[ky * K + kx];
+        const float *px = rows[ky] + ix0 + kx;
+        for (int n = 0; n < N; ++n) p[n] = std::fma(wv, px[n * S], p[n]);
+      }
+    for (int n = 0; n < N; ++n) dst[n] += p[n];
+  }
+};
+
+// Depthwise member of G in {8, 4}: lanes stay apart, the nine weight vectors in registers.
+template <class A, int S, int G>
+struct DwVec {
+  using V = typename std::conditional<G == 8, typename A::V8, typename A::V4>::type;
+  using T = typename V::T;
+  static constexpr int NX = 4;
+  static constexpr int O = G;
+  T wv[9];
+  explicit DwVec(const float *w) {
+    for (int t = 0; t < 9; ++t) wv[t] = V::load(w + t * G);
+  }
+
+  template <int N>
+  void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+    T acc[N];
+    for (int n = 0; n < N; ++n) acc[n] = V::zero();
+    for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
+      for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
+        const float *px = rows[ky] + (ix0 + kx) * G;
+        for (int n = 0; n < N; ++n) acc[n] = V::fma(wv[ky * 3 + kx], V::load(px + n * S * G), acc[n]);
+      }
+    for (int n = 0; n < N; ++n) V::store(dst + n * G, acc[n]);
+  }
+};
+
+// Depthwise single channel: a scalar chain per pixel that stores.
+template <int S>
+struct DwScalar {
+  static constexpr int NX = 4;
+  static constexpr int O = 1;
+  const float *w;
+  explicit DwScalar(const float *weights) : w(weights) {}
+
+  template <int N>
+  void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+    float p[N] = {};
+    for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
+      for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
+        const float *px = rows[ky] + ix0 + kx;
+        for (int n = 0; n < N; ++n) p[n] = std::fma(w[ky * 3 + kx], px[n * S], p[n]);
+      }
+    for (int n = 0; n < N; ++n) dst[n] = p[n];
+  }
+};
+
+// The walk over the output plane shared by every member: per output row the valid kernel
+// rows; the columns whose window lies inside the input go by tiles of Tile::NX pixels, the
+// edge columns one at a time with their valid kernel columns.
+template <int K, int S, int I, class Tile>
+void walk_plane(const Tile &tile, float *out, int32_t out_h, int32_t out_row, const float *in, int32_t in_h,
+                int32_t in_row) {
+  constexpr int pad = K / 2, O = Tile::O, NX = Tile::NX;
+  const int64_t out_w = out_row / O, in_w = in_row / I;
+  int64_t x_begin = (pad + S - 1) / S;
+  const int64_t span = in_w - K + pad;
+  int64_t x_end = span < 0 ? 0 : span / S + 1;
+  if (x_begin > out_w) x_begin = out_w;
+  if (x_end > out_w) x_end = out_w;
+  if (x_end < x_begin) x_end = x_begin;
+  const float *rows[K];
+  for (int64_t oy = 0; oy < out_h; ++oy) {
+    const int64_t iy0 = S * oy - pad;
+    TapRange r{iy0 < 0 ? int(-iy0) : 0, iy0 + K > in_h ? int(in_h - iy0) : K, 0, K};
+    for (int ky = 0; ky < K; ++ky) rows[ky] = ky >= r.ky_lo && ky < r.ky_hi ? in + (iy0 + ky) * in_row : nullptr;
+    float *orow = out + oy * out_row;
+    auto edge = [&](int64_t ox) {
+      const int64_t ix0 = S * ox - pad;
+      TapRange e = r;
+      e.kx_lo = ix0 < 0 ? int(-ix0) : 0;
+      e.kx_hi = ix0 + K > in_w ? int(in_w - ix0) : K;
+      tile.template tile<1>(orow + ox * O, rows, e, ix0);
+    };
+    for (int64_t ox = 0; ox < x_begin; ++ox) edge(ox);
+    int64_t ox = x_begin;
+    for (; ox + NX <= x_end; ox += NX) tile.template tile<NX>(orow + ox * O, rows, r, S * ox - pad);
+    for (; ox < x_end; ++ox) tile.template tile<1>(orow + ox * O, rows, r, S * ox - pad);
+    for (ox = x_end; ox < out_w; ++ox) edge(ox);
+  }
+}
+
+template <class A, int K, int S, int O, int I>
+void std_member(float *out, int32_t out_h, int32_t out_row, const float *in, int32_t in_h, int32_t in_row,
+                const float *w) {
+  if (O != 1) {
+    const StdVecOut<A, K, S, (O == 1 ? 8 : O), I> tile(w);
+    walk_plane<K, S, I>(tile, out, out_h, out_row, in, in_h, in_row);
+  } else if (I != 1) {
+    const StdVecIn<A, K, S, (I == 1 ? 8 : I)> tile(w);
+    walk_plane<K, S, I>(tile, out, out_h, out_row, in, in_h, in_row);
+  } else {
+    const StdScalar<K, S> tile(w);
+    walk_plane<K, S, I>(tile, out, out_h, out_row, in, in_h, in_row);
+  }
+}
+
+template <class A, int S, int G>
+void dw_member(float *out, int32_t out_h, int32_t out_row, const float *in, int32_t in_h, int32_t in_row,
+               const float *w) {
+  if (G != 1) {
+    const DwVec<A, S, (G == 1 ? 8 : G)> tile(w);
+    walk_plane<3, S, G>(tile, out, out_h, out_row, in, in_h, in_row);
+  } else {
+    const DwScalar<S> tile(w);
+    walk_plane<3, S, 1>(tile, out, out_h, out_row, in, in_h, in_row);
+  }
+}
+
+}  // namespace
+
+#define ORU_HWG_SIMD_STD_ROW(A, K, S, O) \
+  {&std_member<A, K, S, O, 8>, &std_member<A, K, S, O, 4>, &std_member<A, K, S, O, 1>}
+#define ORU_HWG_SIMD_STD(A, K, S) \
+  {ORU_HWG_SIMD_STD_ROW(A, K, S, 8), ORU_HWG_SIMD_STD_ROW(A, K, S, 4), ORU_HWG_SIMD_STD_ROW(A, K, S, 1)}
+#define ORU_HWG_SIMD_DW(A, S)                                                                 \
+  {{&dw_member<A, S, 8>, nullptr, nullptr}, {nullptr, &dw_member<A, S, 4>, nullptr}, \
+   {nullptr, nullptr, &dw_member<A, S, 1>}}
+
+// The table of one instruction set's forms.
+#define ORU_HWG_FORMS(suffix, A)                                                                             \
+  namespace oru {                                                                                            \
+  const HwgTable hwg_kernels_##suffix = {ORU_HWG_SIMD_STD(A, 1, 1), ORU_HWG_SIMD_STD(A, 3, 1),              \
+                                         ORU_HWG_SIMD_STD(A, 3, 2), ORU_HWG_SIMD_DW(A, 1),                   \
+                                         ORU_HWG_SIMD_DW(A, 2)};                                            \
+  }
+
+#endif

@@ -1,0 +1,52 @@
+// The x86-64 traits of the packed HWG kernels, for the AVX2 and AVX-512 files; internal to
+// each file that includes it. R is the number of vector registers the file may use.
+#ifndef ORU_KERNELS_HWG_KERNELS_X86_H
+#define ORU_KERNELS_HWG_KERNELS_X86_H
+
+#include <immintrin.h>
+
+namespace {
+
+struct X86V8 {
+  using T = __m256;
+  static constexpr int regs = 1;
+  static T load(const float *p) { return _mm256_loadu_ps(p); }
+  static void store(float *p, T v) { _mm256_storeu_ps(p, v); }
+  static T zero() { return _mm256_setzero_ps(); }
+  static T bcast(const float *p) { return _mm256_broadcast_ss(p); }
+  static T fma(T a, T b, T c) { return _mm256_fmadd_ps(a, b, c); }
+  static T add(T a, T b) { return _mm256_add_ps(a, b); }
+  // ((p0 + p1) + (p2 + p3)) + ((p4 + p5) + (p6 + p7)).
+  static float hsum(T v) {
+    __m128 q = _mm_hadd_ps(_mm256_castps256_ps128(v), _mm256_extractf128_ps(v, 1));
+    q = _mm_hadd_ps(q, q);
+    return _mm_cvtss_f32(_mm_add_ss(q, _mm_movehdup_ps(q)));
+  }
+};
+
+struct X86V4 {
+  using T = __m128;
+  static constexpr int regs = 1;
+  static T load(const float *p) { return _mm_loadu_ps(p); }
+  static void store(float *p, T v) { _mm_storeu_ps(p, v); }
+  static T zero() { return _mm_setzero_ps(); }
+  static T bcast(const float *p) { return _mm_broadcast_ss(p); }
+  static T fma(T a, T b, T c) { return _mm_fmadd_ps(a, b, c); }
+  static T add(T a, T b) { return _mm_add_ps(a, b); }
+  // (p0 + p1) + (p2 + p3).
+  static float hsum(T v) {
+    __m128 q = _mm_hadd_ps(v, v);
+    return _mm_cvtss_f32(_mm_add_ss(q, _mm_movehdup_ps(q)));
+  }
+};
+
+template <int R>
+struct X86 {
+  using V8 = X86V8;
+  using V4 = X86V4;
+  static constexpr int regs = R;
+};
+
+}  // namespace
+
+#endif
