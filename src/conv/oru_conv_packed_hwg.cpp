@@ -95,16 +95,31 @@ uint32_t run_std(Form form, oru_tensor *output, const oru_tensor *input, const o
   const float *w = static_cast<const float *>(info->packed_weight->data);
   int64_t offset = 0;
   alignas(64) float block[8 * 8 * 9];
+  const HwgPairKernel pair = hwg_pair_kernel(family, 0);
   for (int32_t o0 = 0; o0 < p.out_channels; o0 += hwg_group_width(p.out_channels - o0)) {
     const int go = hwg_group_width(p.out_channels - o0);
+    // Two full 8-groups of outputs in one pass where the processor's vectors hold both.
+    const bool paired = pair && go == 8 && p.out_channels - o0 >= 16;
+    const int64_t group_words = int64_t(go) * p.in_channels * taps;
     for (int32_t i0 = 0; i0 < p.in_channels; i0 += hwg_group_width(p.in_channels - i0)) {
       const int gi = hwg_group_width(p.in_channels - i0);
       const int64_t words = int64_t(go) * gi * taps;
-      std::memcpy(block, w + offset, size_t(words) * sizeof(float));
+      float *dst = out + o0 * out_plane;
+      const float *src = in + i0 * in_plane;
+      const int32_t row_out = int32_t(cols_out * go), row_in = int32_t(cols_in * gi);
+      if (paired) {
+        hwg_pair_kernel(family, hwg_width_index(gi))(dst, 8 * out_plane, rows_out, row_out, src, rows_in, row_in,
+                                                     w + offset, w + offset + group_words);
+      } else {
+        std::memcpy(block, w + offset, size_t(words) * sizeof(float));
+        hwg_kernel(family, hwg_width_index(go), hwg_width_index(gi))(dst, rows_out, row_out, src, rows_in, row_in,
+                                                                     block);
+      }
       offset += words;
-      hwg_kernel(family, hwg_width_index(go), hwg_width_index(gi))(
-          out + o0 * out_plane, rows_out, int32_t(cols_out * go), in + i0 * in_plane, rows_in,
-          int32_t(cols_in * gi), block);
+    }
+    if (paired) {
+      offset += group_words;
+      o0 += 8;
     }
   }
   output->channel_layout = ORU_LAYOUT_HWG;

@@ -90,4 +90,18 @@ HwgKernel hwg_kernel(int family, int o, int i) {
   return table.k[family][o][i];
 }
 
+HwgPairKernel hwg_pair_kernel(int family, int i) {
+  if (family < hwg_std_1x1_s1 || family > hwg_std_3x3_s2) return nullptr;
+  static const struct Table {
+    HwgPairKernel k[3][3];
+    Table() {
+      for (int f = 0; f < 3; ++f)
+        for (int b = 0; b < 3; ++b)
+          k[f][b] = pick(KernelForms<HwgPairKernel>{nullptr, nullptr, ORU_AVX512_FORM(hwg_pair_kernels_avx512[f][b]),
+                                                    nullptr});
+    }
+  } table;
+  return table.k[family][i];
+}
+
 }  // namespace oru

@@ -41,6 +41,17 @@ extern const HwgTable hwg_kernels_neon;
 KernelForms<HwgKernel> hwg_kernel_forms(int family, int o, int i);
 HwgKernel hwg_kernel(int family, int o, int i);
 
+// Two neighbouring 8-groups of outputs over one input group in one pass, for instruction sets
+// whose vectors hold 16 lanes: the second group's plane lies `gap` floats after the first,
+// w1 is its weight block. Each output gets the same sum as from two member calls.
+using HwgPairKernel = void (*)(float *out, int64_t gap, int32_t out_h, int32_t out_row, const float *in,
+                               int32_t in_h, int32_t in_row, const float *w0, const float *w1);
+using HwgPairTable = HwgPairKernel[3][3];  // [standard family][input width index]
+extern const HwgPairTable hwg_pair_kernels_avx512;
+
+// The pair form that runs here, or null (then the driver calls the member twice).
+HwgPairKernel hwg_pair_kernel(int family, int i);
+
 }  // namespace oru
 
 #endif

@@ -18,6 +18,10 @@
 
 #include "kernels/packed_hwg/oru_hwg_kernels.h"
 
+// The tile bodies must inline into the plane walk: called out of line they pass their
+// accumulators through memory.
+#define ORU_HWG_INLINE __attribute__((always_inline)) inline
+
 namespace {
 
 // Pixels of one output row that a tile call covers, with the window's valid taps.
@@ -27,36 +31,41 @@ struct TapRange {
 
 constexpr int clamp_nx(int n) { return n < 1 ? 1 : n > 12 ? 12 : n; }
 
-// Standard member with O in {8, 4}: vectors of O output lanes.
-template <class A, int K, int S, int OW, int I>
+// Standard member with O in {8, 4}: vectors of V::lanes output lanes, which are the group's O
+// lanes, or for a pair of 8-groups (V::lanes 16) the lanes of both groups, whose planes lie
+// `gap` floats apart. Each output lane's sum is the same in both cases.
+template <class A, class V, int K, int S, int OW, int I>
 struct StdVecOut {
-  static constexpr int O = OW;
-  using V = typename std::conditional<O == 8, typename A::V8, typename A::V4>::type;
+  static constexpr int O = OW, L = V::lanes;
   using T = typename V::T;
   static constexpr int live = I == 8 ? 4 : I == 4 ? 3 : 1;
   static constexpr int NX = clamp_nx((A::regs - 3) / (live * V::regs));
   static constexpr int taps = K * K;
-  alignas(64) float wt[taps * I * O];  // [tap][input lane][output lane]
+  alignas(64) float wt[taps * I * L];  // [tap][input lane][output lane]
+  int64_t gap;
 
-  explicit StdVecOut(const float *w) {
-    for (int a = 0; a < O; ++a)
+  StdVecOut(const float *w, const float *w_upper = nullptr, int64_t upper_gap = 0) : gap(upper_gap) {
+    for (int a = 0; a < L; ++a) {
+      const float *src = a < O ? w : w_upper;
+      const int r = a < O ? a : a - O;
       for (int t = 0; t < taps; ++t)
-        for (int b = 0; b < I; ++b) wt[(t * I + b) * O + a] = w[(a * taps + t) * I + b];
+        for (int b = 0; b < I; ++b) wt[(t * I + b) * L + a] = src[(r * taps + t) * I + b];
+    }
   }
 
   template <int N>
-  void lane(T *acc, int b, const float *const *rows, const TapRange &r, int64_t ix0) const {
+  ORU_HWG_INLINE void lane(T *acc, int b, const float *const *rows, const TapRange &r, int64_t ix0) const {
     for (int n = 0; n < N; ++n) acc[n] = V::zero();
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
       for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
-        const T wv = V::load(wt + ((ky * K + kx) * I + b) * O);
+        const T wv = V::load(wt + ((ky * K + kx) * I + b) * L);
         const float *px = rows[ky] + (ix0 + kx) * I + b;
         for (int n = 0; n < N; ++n) acc[n] = V::fma(wv, V::bcast(px + n * S * I), acc[n]);
       }
   }
 
   template <int N>
-  void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
     T a[N], b[N], c[N], d[N];
     lane<N>(a, 0, rows, r, ix0);
     if (I >= 4) {
@@ -74,7 +83,7 @@ struct StdVecOut {
       lane<N>(d, 7, rows, r, ix0);
       for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], V::add(c[n], d[n])));
     }
-    for (int n = 0; n < N; ++n) V::store(dst + n * O, V::add(V::load(dst + n * O), a[n]));
+    for (int n = 0; n < N; ++n) V::store_out(dst + n * O, gap, V::add(V::load_out(dst + n * O, gap), a[n]));
   }
 };
 
@@ -89,7 +98,7 @@ struct StdVecIn {
   explicit StdVecIn(const float *weights) : w(weights) {}
 
   template <int N>
-  void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
     T p[N];
     for (int n = 0; n < N; ++n) p[n] = V::zero();
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
@@ -111,7 +120,7 @@ struct StdScalar {
   explicit StdScalar(const float *weights) : w(weights) {}
 
   template <int N>
-  void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
     float p[N] = {};
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
       for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
@@ -136,7 +145,7 @@ struct DwVec {
   }
 
   template <int N>
-  void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
     T acc[N];
     for (int n = 0; n < N; ++n) acc[n] = V::zero();
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
@@ -157,7 +166,7 @@ struct DwScalar {
   explicit DwScalar(const float *weights) : w(weights) {}
 
   template <int N>
-  void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
     float p[N] = {};
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
       for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
@@ -207,7 +216,8 @@ template <class A, int K, int S, int O, int I>
 void std_member(float *out, int32_t out_h, int32_t out_row, const float *in, int32_t in_h, int32_t in_row,
                 const float *w) {
   if (O != 1) {
-    const StdVecOut<A, K, S, (O == 1 ? 8 : O), I> tile(w);
+    using V = typename std::conditional<O == 8, typename A::V8, typename A::V4>::type;
+    const StdVecOut<A, V, K, S, (O == 1 ? 8 : O), I> tile(w);
     walk_plane<K, S, I>(tile, out, out_h, out_row, in, in_h, in_row);
   } else if (I != 1) {
     const StdVecIn<A, K, S, (I == 1 ? 8 : I)> tile(w);
