@@ -95,32 +95,41 @@ uint32_t run_std(Form form, oru_tensor *output, const oru_tensor *input, const o
   const float *w = static_cast<const float *>(info->packed_weight->data);
   int64_t offset = 0;
   alignas(64) float block[8 * 8 * 9];
-  const HwgPairKernel pair = hwg_pair_kernel(family, 0);
-  for (int32_t o0 = 0; o0 < p.out_channels; o0 += hwg_group_width(p.out_channels - o0)) {
+  // Output 8-groups go through the all-input-groups kernel where this processor has one
+  // (two at a time where its vectors hold both); the rest through one member per block.
+  const HwgGroupKernel single = hwg_group_kernel(0, family), pair = hwg_group_kernel(1, family);
+  Scratch<float> scratch;
+  if (single && p.out_channels >= 8 && !scratch.reset(int64_t(taps) * p.in_channels * 16)) {
+    ORU_FAIL(ORU_RET_ERR_MEMORY);
+  }
+  for (int32_t o0 = 0; o0 < p.out_channels;) {
     const int go = hwg_group_width(p.out_channels - o0);
-    // Two full 8-groups of outputs in one pass where the processor's vectors hold both.
-    const bool paired = pair && go == 8 && p.out_channels - o0 >= 16;
     const int64_t group_words = int64_t(go) * p.in_channels * taps;
+    float *dst = out + o0 * out_plane;
+    if (go == 8 && pair && p.out_channels - o0 >= 16) {
+      pair(dst, 8 * out_plane, rows_out, int32_t(cols_out), in, rows_in, int32_t(cols_in), p.in_channels, w + offset,
+           w + offset + group_words, scratch.get());
+      offset += 2 * group_words;
+      o0 += 16;
+      continue;
+    }
+    if (go == 8 && single) {
+      single(dst, 0, rows_out, int32_t(cols_out), in, rows_in, int32_t(cols_in), p.in_channels, w + offset, nullptr,
+             scratch.get());
+      offset += group_words;
+      o0 += 8;
+      continue;
+    }
     for (int32_t i0 = 0; i0 < p.in_channels; i0 += hwg_group_width(p.in_channels - i0)) {
       const int gi = hwg_group_width(p.in_channels - i0);
       const int64_t words = int64_t(go) * gi * taps;
-      float *dst = out + o0 * out_plane;
-      const float *src = in + i0 * in_plane;
-      const int32_t row_out = int32_t(cols_out * go), row_in = int32_t(cols_in * gi);
-      if (paired) {
-        hwg_pair_kernel(family, hwg_width_index(gi))(dst, 8 * out_plane, rows_out, row_out, src, rows_in, row_in,
-                                                     w + offset, w + offset + group_words);
-      } else {
-        std::memcpy(block, w + offset, size_t(words) * sizeof(float));
-        hwg_kernel(family, hwg_width_index(go), hwg_width_index(gi))(dst, rows_out, row_out, src, rows_in, row_in,
-                                                                     block);
-      }
+      std::memcpy(block, w + offset, size_t(words) * sizeof(float));
       offset += words;
+      hwg_kernel(family, hwg_width_index(go), hwg_width_index(gi))(dst, rows_out, int32_t(cols_out * go),
+                                                                   in + i0 * in_plane, rows_in, int32_t(cols_in * gi),
+                                                                   block);
     }
-    if (paired) {
-      offset += group_words;
-      o0 += 8;
-    }
+    o0 += go;
   }
   output->channel_layout = ORU_LAYOUT_HWG;
   return ORU_RET_OK;

@@ -105,6 +105,39 @@ TEST(HwgKernels, EveryFormOfEveryMemberMatchesPlainAndTheExportedName) {
   EXPECT_GE(compared, int(sizeof kMembers / sizeof kMembers[0]) * 12);
 }
 
+// The all-input-groups kernels of output 8-groups, alone and in pairs, against the plain form
+// (member calls one input group after another) on random planes and channel counts.
+TEST(HwgKernels, GroupKernelsMatchTheMemberCalls) {
+  std::mt19937 gen(23);
+  std::uniform_int_distribution<int> extent(1, 26), chans(1, 40);
+  int compared = 0;
+  for (int pair = 0; pair < 2; ++pair)
+    for (int family = 0; family < 3; ++family) {
+      auto forms = oru::hwg_group_kernel_forms(pair, family);
+      const int s = family == oru::hwg_std_3x3_s2 ? 2 : 1, taps = family == oru::hwg_std_1x1_s1 ? 1 : 9;
+      for (int trial = 0; trial < 10; ++trial) {
+        const int32_t in_w = trial == 0 ? 1 : extent(gen), in_h = trial == 0 ? 2 : extent(gen);
+        const int32_t in_c = trial < 4 ? int32_t(std::vector<int>{1, 13, 8, 33}[size_t(trial)]) : chans(gen);
+        const int32_t out_w = (in_w - 1) / s + 1, out_h = (in_h - 1) / s + 1, groups = pair ? 2 : 1;
+        const int64_t plane = int64_t(out_w) * out_h * 8;
+        const auto in = oru_test::random_values<float>(size_t(in_w) * in_h * in_c, -2, 2, uint32_t(trial + 7));
+        const auto w = oru_test::random_values<float>(size_t(groups * 8 * in_c * taps), -1, 1, uint32_t(trial + 9));
+        const auto start = oru_test::random_values<float>(size_t(groups * plane + 5), -3, 3, uint32_t(trial));
+        std::vector<float> scratch(size_t(taps * in_c * 16)), ref = start;
+        const float *w1 = pair ? w.data() + 8 * in_c * taps : nullptr;
+        forms.plain(ref.data(), plane + 5, out_h, out_w, in.data(), in_h, in_w, in_c, w.data(), w1, scratch.data());
+        oru::for_each_runnable_form(forms, [&](oru::Isa isa, oru::HwgGroupKernel fn) {
+          std::vector<float> got = start;
+          fn(got.data(), plane + 5, out_h, out_w, in.data(), in_h, in_w, in_c, w.data(), w1, scratch.data());
+          EXPECT_TRUE(same_values(ref, got)) << oru::isa_name(isa) << " pair " << pair << " family " << family << " "
+                                             << in_w << "x" << in_h << " c " << in_c;
+          ++compared;
+        });
+      }
+    }
+  EXPECT_GE(compared, 60);
+}
+
 // The arithmetic the family fixes, written out for one o4i4 pixel: the taps per lane by fused
 // multiply-add, then the lanes in pairs, then the add into the output.
 TEST(HwgKernels, FourByFourSumsLanesInPairsAfterTheTaps) {

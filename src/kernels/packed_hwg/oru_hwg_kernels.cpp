@@ -62,12 +62,32 @@ void dw_plain(float *out, int32_t out_h, int32_t out_row, const float *in, int32
       }
 }
 
+// The group kernels' reference: one member call per input group, and per output group of a pair.
+template <int K, int S>
+void group_plain(float *out, int64_t gap, int32_t out_h, int32_t out_w, const float *in, int32_t in_h,
+                 int32_t in_w, int32_t in_c, const float *w0, const float *w1, float *) {
+  const int64_t in_plane = int64_t(in_w) * in_h;
+  for (int half = 0; half < (w1 ? 2 : 1); ++half) {
+    const float *w = half ? w1 : w0;
+    for (int32_t i0 = 0; i0 < in_c;) {
+      const int gi = in_c - i0 >= 8 ? 8 : in_c - i0 >= 4 ? 4 : 1;
+      const HwgKernel k = gi == 8 ? &std_plain<K, S, 8, 8> : gi == 4 ? &std_plain<K, S, 8, 4> : &std_plain<K, S, 8, 1>;
+      k(out + half * gap, out_h, out_w * 8, in + i0 * in_plane, in_h, in_w * gi, w);
+      w += 8 * gi * K * K;
+      i0 += gi;
+    }
+  }
+}
+
 #define ORU_HWG_STD_ROW(K, S, O) {&std_plain<K, S, O, 8>, &std_plain<K, S, O, 4>, &std_plain<K, S, O, 1>}
 #define ORU_HWG_STD(K, S) {ORU_HWG_STD_ROW(K, S, 8), ORU_HWG_STD_ROW(K, S, 4), ORU_HWG_STD_ROW(K, S, 1)}
 #define ORU_HWG_DW(S) \
   {{&dw_plain<S, 8>, nullptr, nullptr}, {nullptr, &dw_plain<S, 4>, nullptr}, {nullptr, nullptr, &dw_plain<S, 1>}}
 
 }  // namespace
+
+const HwgGroupTable hwg_group_kernels_plain = {{&group_plain<1, 1>, &group_plain<3, 1>, &group_plain<3, 2>},
+                                               {&group_plain<1, 1>, &group_plain<3, 1>, &group_plain<3, 2>}};
 
 const HwgTable hwg_kernels_plain = {ORU_HWG_STD(1, 1), ORU_HWG_STD(3, 1), ORU_HWG_STD(3, 2), ORU_HWG_DW(1),
                                     ORU_HWG_DW(2)};
@@ -90,18 +110,26 @@ HwgKernel hwg_kernel(int family, int o, int i) {
   return table.k[family][o][i];
 }
 
-HwgPairKernel hwg_pair_kernel(int family, int i) {
-  if (family < hwg_std_1x1_s1 || family > hwg_std_3x3_s2) return nullptr;
+KernelForms<HwgGroupKernel> hwg_group_kernel_forms(int pair, int family) {
+  return KernelForms<HwgGroupKernel>{hwg_group_kernels_plain[pair][family],
+                                     ORU_AVX2_FORM(hwg_group_kernels_avx2[pair][family]),
+                                     ORU_AVX512_FORM(hwg_group_kernels_avx512[pair][family]),
+                                     ORU_NEON_FORM(hwg_group_kernels_neon[pair][family])};
+}
+
+HwgGroupKernel hwg_group_kernel(int pair, int family) {
   static const struct Table {
-    HwgPairKernel k[3][3];
+    HwgGroupKernel k[2][3];
     Table() {
-      for (int f = 0; f < 3; ++f)
-        for (int b = 0; b < 3; ++b)
-          k[f][b] = pick(KernelForms<HwgPairKernel>{nullptr, nullptr, ORU_AVX512_FORM(hwg_pair_kernels_avx512[f][b]),
-                                                    nullptr});
+      for (int p = 0; p < 2; ++p)
+        for (int f = 0; f < 3; ++f) {
+          KernelForms<HwgGroupKernel> forms = hwg_group_kernel_forms(p, f);
+          forms.plain = nullptr;
+          k[p][f] = pick(forms);
+        }
     }
   } table;
-  return table.k[family][i];
+  return table.k[pair][family];
 }
 
 }  // namespace oru

@@ -41,16 +41,26 @@ extern const HwgTable hwg_kernels_neon;
 KernelForms<HwgKernel> hwg_kernel_forms(int family, int o, int i);
 HwgKernel hwg_kernel(int family, int o, int i);
 
-// Two neighbouring 8-groups of outputs over one input group in one pass, for instruction sets
-// whose vectors hold 16 lanes: the second group's plane lies `gap` floats after the first,
-// w1 is its weight block. Each output gets the same sum as from two member calls.
-using HwgPairKernel = void (*)(float *out, int64_t gap, int32_t out_h, int32_t out_row, const float *in,
-                               int32_t in_h, int32_t in_row, const float *w0, const float *w1);
-using HwgPairTable = HwgPairKernel[3][3];  // [standard family][input width index]
-extern const HwgPairTable hwg_pair_kernels_avx512;
+// One output 8-group over every input group in one pass, the output held in registers: out
+// is the group's plane (out_w pixels of 8 floats per row), in the whole HWG input of in_c
+// channels, w0 the group's packed blocks (all input groups in order). The pair form computes
+// two neighbouring 8-groups in 16-lane vectors: the second plane lies `gap` floats after the
+// first and w1 holds its blocks. scratch takes taps * in_c * 16 floats. Each output gets the
+// same sum as from the member calls one input group after another.
+using HwgGroupKernel = void (*)(float *out, int64_t gap, int32_t out_h, int32_t out_w, const float *in,
+                                int32_t in_h, int32_t in_w, int32_t in_c, const float *w0, const float *w1,
+                                float *scratch);
+// [0: single group, 1: pair][standard family]; the plain forms call the members.
+using HwgGroupTable = HwgGroupKernel[2][3];
+extern const HwgGroupTable hwg_group_kernels_plain;
+extern const HwgGroupTable hwg_group_kernels_avx2;
+extern const HwgGroupTable hwg_group_kernels_avx512;
+extern const HwgGroupTable hwg_group_kernels_neon;
 
-// The pair form that runs here, or null (then the driver calls the member twice).
-HwgPairKernel hwg_pair_kernel(int family, int i);
+KernelForms<HwgGroupKernel> hwg_group_kernel_forms(int pair, int family);
+// The best vector form that runs here, or null when there is none (then the driver calls
+// the members).
+HwgGroupKernel hwg_group_kernel(int pair, int family);
 
 }  // namespace oru
 

@@ -4,7 +4,6 @@
 #include "kernels/packed_hwg/oru_hwg_kernels_x86.h"
 #include "kernels/packed_hwg/oru_hwg_kernels_simd.h"
 
-ORU_HWG_FORMS(avx512, X86<32>)
 
 namespace {
 
@@ -31,18 +30,6 @@ struct X86V16 {
   }
 };
 
-template <int K, int S, int I>
-void pair_member(float *out, int64_t gap, int32_t out_h, int32_t out_row, const float *in, int32_t in_h,
-                 int32_t in_row, const float *w0, const float *w1) {
-  const StdVecOut<X86<32>, X86V16, K, S, 8, I> tile(w0, w1, gap);
-  walk_plane<K, S, I>(tile, out, out_h, out_row, in, in_h, in_row);
-}
-
 }  // namespace
 
-namespace oru {
-const HwgPairTable hwg_pair_kernels_avx512 = {
-    {&pair_member<1, 1, 8>, &pair_member<1, 1, 4>, &pair_member<1, 1, 1>},
-    {&pair_member<3, 1, 8>, &pair_member<3, 1, 4>, &pair_member<3, 1, 1>},
-    {&pair_member<3, 2, 8>, &pair_member<3, 2, 4>, &pair_member<3, 2, 1>}};
-}  // namespace oru
+ORU_HWG_FORMS(avx512, X86<32>, ORU_HWG_ALL_IN(X86<32>, X86V16))

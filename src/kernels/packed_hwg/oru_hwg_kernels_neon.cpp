@@ -54,4 +54,4 @@ struct Neon {
 
 }  // namespace
 
-ORU_HWG_FORMS(neon, Neon)
+ORU_HWG_FORMS(neon, Neon, ORU_HWG_NO_PAIR)

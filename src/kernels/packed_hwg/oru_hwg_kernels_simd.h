@@ -65,7 +65,7 @@ struct StdVecOut {
   }
 
   template <int N>
-  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const TapRange &r, int64_t ix0) const {
     T a[N], b[N], c[N], d[N];
     lane<N>(a, 0, rows, r, ix0);
     if (I >= 4) {
@@ -98,7 +98,7 @@ struct StdVecIn {
   explicit StdVecIn(const float *weights) : w(weights) {}
 
   template <int N>
-  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const TapRange &r, int64_t ix0) const {
     T p[N];
     for (int n = 0; n < N; ++n) p[n] = V::zero();
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
@@ -120,7 +120,7 @@ struct StdScalar {
   explicit StdScalar(const float *weights) : w(weights) {}
 
   template <int N>
-  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const TapRange &r, int64_t ix0) const {
     float p[N] = {};
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
       for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
@@ -145,7 +145,7 @@ struct DwVec {
   }
 
   template <int N>
-  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const TapRange &r, int64_t ix0) const {
     T acc[N];
     for (int n = 0; n < N; ++n) acc[n] = V::zero();
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
@@ -166,7 +166,7 @@ struct DwScalar {
   explicit DwScalar(const float *weights) : w(weights) {}
 
   template <int N>
-  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, const TapRange &r, int64_t ix0) const {
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const TapRange &r, int64_t ix0) const {
     float p[N] = {};
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
       for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
@@ -177,14 +177,109 @@ struct DwScalar {
   }
 };
 
-// The walk over the output plane shared by every member: per output row the valid kernel
+// One output 8-group, or a pair of them in 16-lane vectors, over every input group at once:
+// the output stays in registers across the input groups, whose sums it takes in ascending
+// order, so each output gets what the member calls one group after another give it.
+template <class A, class V, int K, int S, int NXT>
+struct StdAllIn {
+  static constexpr int O = 8, L = V::lanes, taps = K * K;
+  using T = typename V::T;
+  static constexpr int NX = NXT;
+  const float *wt;  // per input group, [tap][input lane][output lane]
+  const float *in;
+  int64_t in_plane, in_w, gap;
+  int32_t in_c;
+
+  static int width(int32_t left) { return left >= 8 ? 8 : left >= 4 ? 4 : 1; }
+
+  // Fills wt from the packed blocks of the group (w0) and of the pair's second group (w1).
+  static void transpose(float *wt, const float *w0, const float *w1, int32_t in_c) {
+    for (int32_t i0 = 0; i0 < in_c; i0 += width(in_c - i0)) {
+      const int gi = width(in_c - i0);
+      for (int a = 0; a < L; ++a) {
+        const float *src = (a < O ? w0 : w1) + int64_t(O) * i0 * taps;
+        const int r = a < O ? a : a - O;
+        for (int t = 0; t < taps; ++t)
+          for (int b = 0; b < gi; ++b) wt[(t * gi + b) * L + a] = src[(r * taps + t) * gi + b];
+      }
+      wt += taps * gi * L;
+    }
+  }
+
+  // Input lanes b and b + 1 (when I > 1) side by side, so twice as many independent chains
+  // are in flight.
+  template <int N, int I>
+  ORU_HWG_INLINE void lanes(T *p, T *q, int b, const float *base, const float *w, const TapRange &r, int64_t iy0,
+                            int64_t ix0) const {
+    for (int n = 0; n < N; ++n) p[n] = V::zero();
+    if (I > 1)
+      for (int n = 0; n < N; ++n) q[n] = V::zero();
+    for (int ky = r.ky_lo; ky < r.ky_hi; ++ky) {
+      const float *row = base + ((iy0 + ky) * in_w + ix0) * I + b;
+      for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
+        const float *wk = w + ((ky * K + kx) * I + b) * L;
+        const T wp = V::load(wk);
+        if (I > 1) {
+          const T wq = V::load(wk + L);
+          for (int n = 0; n < N; ++n) {
+            p[n] = V::fma(wp, V::bcast(row + (kx + n * S) * I), p[n]);
+            q[n] = V::fma(wq, V::bcast(row + (kx + n * S) * I + 1), q[n]);
+          }
+        } else {
+          for (int n = 0; n < N; ++n) p[n] = V::fma(wp, V::bcast(row + (kx + n * S) * I), p[n]);
+        }
+      }
+    }
+  }
+
+  template <int N, int I>
+  ORU_HWG_INLINE void group(T *out, const float *base, const float *w, const TapRange &r, int64_t iy0,
+                            int64_t ix0) const {
+    T a[N], b[N], c[N], d[N];
+    lanes<N, I>(a, b, 0, base, w, r, iy0, ix0);
+    if (I >= 4) {
+      for (int n = 0; n < N; ++n) a[n] = V::add(a[n], b[n]);
+      lanes<N, I>(b, c, 2, base, w, r, iy0, ix0);
+      for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], c[n]));
+    }
+    if (I == 8) {
+      lanes<N, I>(b, c, 4, base, w, r, iy0, ix0);
+      for (int n = 0; n < N; ++n) b[n] = V::add(b[n], c[n]);
+      lanes<N, I>(c, d, 6, base, w, r, iy0, ix0);
+      for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], V::add(c[n], d[n])));
+    }
+    for (int n = 0; n < N; ++n) out[n] = V::add(out[n], a[n]);
+  }
+
+  template <int N>
+  ORU_HWG_INLINE void tile(float *dst, const float *const *, int64_t iy0, const TapRange &r, int64_t ix0) const {
+    T out[N];
+    for (int n = 0; n < N; ++n) out[n] = V::load_out(dst + n * O, gap);
+    const float *w = wt;
+    for (int32_t i0 = 0; i0 < in_c;) {
+      const int gi = width(in_c - i0);
+      const float *base = in + i0 * in_plane;
+      if (gi == 8)
+        group<N, 8>(out, base, w, r, iy0, ix0);
+      else if (gi == 4)
+        group<N, 4>(out, base, w, r, iy0, ix0);
+      else
+        group<N, 1>(out, base, w, r, iy0, ix0);
+      w += taps * gi * L;
+      i0 += gi;
+    }
+    for (int n = 0; n < N; ++n) V::store_out(dst + n * O, gap, out[n]);
+  }
+};
+
+// The walk over the output plane shared by every kernel: per output row the valid kernel
 // rows; the columns whose window lies inside the input go by tiles of Tile::NX pixels, the
-// edge columns one at a time with their valid kernel columns.
-template <int K, int S, int I, class Tile>
-void walk_plane(const Tile &tile, float *out, int32_t out_h, int32_t out_row, const float *in, int32_t in_h,
-                int32_t in_row) {
+// edge columns one at a time with their valid kernel columns. Tiles get the input rows of
+// the window (null outside) and the first input row iy0, for tiles that read several planes.
+template <int K, int S, class Tile>
+void walk_plane_xy(const Tile &tile, float *out, int64_t out_h, int64_t out_w, const float *in, int64_t in_h,
+                   int64_t in_w, int64_t in_row) {
   constexpr int pad = K / 2, O = Tile::O, NX = Tile::NX;
-  const int64_t out_w = out_row / O, in_w = in_row / I;
   int64_t x_begin = (pad + S - 1) / S;
   const int64_t span = in_w - K + pad;
   int64_t x_end = span < 0 ? 0 : span / S + 1;
@@ -196,20 +291,50 @@ void walk_plane(const Tile &tile, float *out, int32_t out_h, int32_t out_row, co
     const int64_t iy0 = S * oy - pad;
     TapRange r{iy0 < 0 ? int(-iy0) : 0, iy0 + K > in_h ? int(in_h - iy0) : K, 0, K};
     for (int ky = 0; ky < K; ++ky) rows[ky] = ky >= r.ky_lo && ky < r.ky_hi ? in + (iy0 + ky) * in_row : nullptr;
-    float *orow = out + oy * out_row;
+    float *orow = out + oy * out_w * O;
     auto edge = [&](int64_t ox) {
       const int64_t ix0 = S * ox - pad;
       TapRange e = r;
       e.kx_lo = ix0 < 0 ? int(-ix0) : 0;
       e.kx_hi = ix0 + K > in_w ? int(in_w - ix0) : K;
-      tile.template tile<1>(orow + ox * O, rows, e, ix0);
+      tile.template tile<1>(orow + ox * O, rows, iy0, e, ix0);
     };
     for (int64_t ox = 0; ox < x_begin; ++ox) edge(ox);
     int64_t ox = x_begin;
-    for (; ox + NX <= x_end; ox += NX) tile.template tile<NX>(orow + ox * O, rows, r, S * ox - pad);
-    for (; ox < x_end; ++ox) tile.template tile<1>(orow + ox * O, rows, r, S * ox - pad);
+    for (; ox + NX <= x_end; ox += NX) tile.template tile<NX>(orow + ox * O, rows, iy0, r, S * ox - pad);
+    for (; ox < x_end; ++ox) tile.template tile<1>(orow + ox * O, rows, iy0, r, S * ox - pad);
     for (ox = x_end; ox < out_w; ++ox) edge(ox);
   }
+}
+
+// A member's walk: its group's plane with rows of in_row floats.
+template <int K, int S, int I, class Tile>
+void walk_plane(const Tile &tile, float *out, int32_t out_h, int32_t out_row, const float *in, int32_t in_h,
+                int32_t in_row) {
+  const int64_t out_w = out_row / Tile::O, in_w = in_row / I;
+  walk_plane_xy<K, S>(tile, out, out_h, out_w, in, in_h, in_w, int64_t(in_row));
+}// The all-groups kernel of one output 8-group (w1 null) or of a pair (V of 16 lanes).
+template <class A, class V, int K, int S, int NX>
+void all_in_walk(float *out, int64_t gap, int32_t out_h, int32_t out_w, const float *in, int32_t in_h, int32_t in_w,
+                 int32_t in_c, const float *scratch) {
+  const StdAllIn<A, V, K, S, NX> tile{scratch, in, int64_t(in_w) * in_h, in_w, gap, in_c};
+  // Row pointers are unused: the tile finds each group's rows from iy0.
+  walk_plane_xy<K, S>(tile, out, out_h, out_w, in, in_h, in_w, 0);
+}
+
+template <class A, class V, int K, int S>
+void all_in_kernel(float *out, int64_t gap, int32_t out_h, int32_t out_w, const float *in, int32_t in_h,
+                   int32_t in_w, int32_t in_c, const float *w0, const float *w1, float *scratch) {
+  StdAllIn<A, V, K, S, 1>::transpose(scratch, w0, w1, in_c);
+  // Pixels per tile by the widest input group: per pixel the output and up to 4, 3 or 2
+  // partial sums are alive.
+  constexpr int spare = A::regs - 2;
+  if (in_c >= 8)
+    all_in_walk<A, V, K, S, clamp_nx(spare / (5 * V::regs))>(out, gap, out_h, out_w, in, in_h, in_w, in_c, scratch);
+  else if (in_c >= 4)
+    all_in_walk<A, V, K, S, clamp_nx(spare / (4 * V::regs))>(out, gap, out_h, out_w, in, in_h, in_w, in_c, scratch);
+  else
+    all_in_walk<A, V, K, S, clamp_nx(spare / (2 * V::regs))>(out, gap, out_h, out_w, in, in_h, in_w, in_c, scratch);
 }
 
 template <class A, int K, int S, int O, int I>
@@ -250,12 +375,17 @@ void dw_member(float *out, int32_t out_h, int32_t out_row, const float *in, int3
   {{&dw_member<A, S, 8>, nullptr, nullptr}, {nullptr, &dw_member<A, S, 4>, nullptr}, \
    {nullptr, nullptr, &dw_member<A, S, 1>}}
 
+#define ORU_HWG_NO_PAIR {nullptr, nullptr, nullptr}
+#define ORU_HWG_ALL_IN(A, V) \
+  {&all_in_kernel<A, V, 1, 1>, &all_in_kernel<A, V, 3, 1>, &all_in_kernel<A, V, 3, 2>}
+
 // The table of one instruction set's forms.
-#define ORU_HWG_FORMS(suffix, A)                                                                             \
+#define ORU_HWG_FORMS(suffix, A, PAIR)                                                                             \
   namespace oru {                                                                                            \
   const HwgTable hwg_kernels_##suffix = {ORU_HWG_SIMD_STD(A, 1, 1), ORU_HWG_SIMD_STD(A, 3, 1),              \
                                          ORU_HWG_SIMD_STD(A, 3, 2), ORU_HWG_SIMD_DW(A, 1),                   \
                                          ORU_HWG_SIMD_DW(A, 2)};                                            \
+  const HwgGroupTable hwg_group_kernels_##suffix = {ORU_HWG_ALL_IN(A, typename A::V8), PAIR};                 \
   }
 
 #endif
