@@ -138,6 +138,25 @@ TEST(HwgKernels, GroupKernelsMatchTheMemberCalls) {
   EXPECT_GE(compared, 60);
 }
 
+TEST(HwgKernels, GroupBiasPassMatchesPlainForEveryActivation) {
+  auto forms = ORU_KERNEL_FORMS(oru::hwg_bias_act);
+  int compared = 0;
+  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {
+    for (int g : {8, 4})
+      for (int act = 0; act <= 6; ++act)
+        for (int64_t pixels : {1, 2, 3, 5, 16, 37}) {
+          const auto x = oru_test::random_values<float>(size_t(pixels * g), -8, 8, uint32_t(pixels + act));
+          const auto b = oru_test::random_values<float>(8, -2, 2, uint32_t(g));
+          std::vector<float> ref(x.size()), got(x.size());
+          oru::hwg_bias_act_plain(ref.data(), x.data(), b.data(), g, pixels, act);
+          fn(got.data(), x.data(), b.data(), g, pixels, act);
+          EXPECT_TRUE(same_values(ref, got)) << oru::isa_name(isa) << " g " << g << " act " << act << " " << pixels;
+          ++compared;
+        }
+  });
+  EXPECT_GE(compared, 84);
+}
+
 // The arithmetic the family fixes, written out for one o4i4 pixel: the taps per lane by fused
 // multiply-add, then the lanes in pairs, then the add into the output.
 TEST(HwgKernels, FourByFourSumsLanesInPairsAfterTheTaps) {

@@ -4,6 +4,8 @@
 
 #include <cmath>
 
+#include "conv/oru_conv_internal.h"
+
 namespace oru {
 
 namespace {
@@ -108,6 +110,11 @@ HwgKernel hwg_kernel(int family, int o, int i) {
     }
   } table;
   return table.k[family][o][i];
+}
+
+void hwg_bias_act_plain(float *y, const float *x, const float *b, int g, int64_t pixels, int act) {
+  for (int64_t p = 0; p < pixels; ++p)
+    for (int j = 0; j < g; ++j) y[p * g + j] = act_scalar(x[p * g + j] + b[j], act);
 }
 
 KernelForms<HwgGroupKernel> hwg_group_kernel_forms(int pair, int family) {

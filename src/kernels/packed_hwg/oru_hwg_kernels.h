@@ -62,6 +62,13 @@ KernelForms<HwgGroupKernel> hwg_group_kernel_forms(int pair, int family);
 // the members).
 HwgGroupKernel hwg_group_kernel(int pair, int family);
 
+// y = act(x + b) over `pixels` pixels of one channel group of width g (8 or 4), b the group's g
+// biases, act a code of the bias pass (tanh goes through the plain form in every form).
+void hwg_bias_act_plain(float *y, const float *x, const float *b, int g, int64_t pixels, int act);
+void hwg_bias_act_avx2(float *y, const float *x, const float *b, int g, int64_t pixels, int act);
+void hwg_bias_act_avx512(float *y, const float *x, const float *b, int g, int64_t pixels, int act);
+void hwg_bias_act_neon(float *y, const float *x, const float *b, int g, int64_t pixels, int act);
+
 }  // namespace oru
 
 #endif

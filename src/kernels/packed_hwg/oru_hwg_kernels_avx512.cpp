@@ -16,6 +16,12 @@ struct X86V16 {
   static T bcast(const float *p) { return _mm512_set1_ps(*p); }
   static T fma(T a, T b, T c) { return _mm512_fmadd_ps(a, b, c); }
   static T add(T a, T b) { return _mm512_add_ps(a, b); }
+  static T mul(T a, T b) { return _mm512_mul_ps(a, b); }
+  static T set1(float v) { return _mm512_set1_ps(v); }
+  static void store(float *p, T v) { _mm512_storeu_ps(p, v); }
+  // Zero-masked forms: the same instruction, without the plain forms' undefined source.
+  static T max(T a, T b) { return _mm512_maskz_max_ps(0xFFFF, a, b); }
+  static T min(T a, T b) { return _mm512_maskz_min_ps(0xFFFF, a, b); }
   // Halves joined and split by vector shuffles, which compile to one insert or extract.
   typedef float Half __attribute__((vector_size(32)));
   static T load_out(const float *p, int64_t gap) {
@@ -30,6 +36,9 @@ struct X86V16 {
   }
 };
 
+// Thirty-two registers; the bias pass in 16-lane vectors.
+using Avx512 = X86<32, X86V16>;
+
 }  // namespace
 
-ORU_HWG_FORMS(avx512, X86<32>, ORU_HWG_ALL_IN(X86<32>, X86V16))
+ORU_HWG_FORMS(avx512, Avx512, ORU_HWG_ALL_IN(Avx512, X86V16))

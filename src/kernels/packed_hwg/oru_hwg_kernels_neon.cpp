@@ -16,6 +16,11 @@ struct NeonV4 {
   static T bcast(const float *p) { return vld1q_dup_f32(p); }
   static T fma(T a, T b, T c) { return vfmaq_f32(c, a, b); }
   static T add(T a, T b) { return vaddq_f32(a, b); }
+  static T mul(T a, T b) { return vmulq_f32(a, b); }
+  static T set1(float v) { return vdupq_n_f32(v); }
+  // a > b ? a : b and a < b ? a : b, as the plain form writes them (vmax would pass NaN on).
+  static T max(T a, T b) { return vbslq_f32(vcgtq_f32(a, b), a, b); }
+  static T min(T a, T b) { return vbslq_f32(vcltq_f32(a, b), a, b); }
   // (p0 + p1) + (p2 + p3).
   static float hsum(T v) { return vpadds_f32(vget_low_f32(vpaddq_f32(v, v))); }
 };
@@ -49,6 +54,7 @@ struct NeonV8 {
 struct Neon {
   using V8 = NeonV8;
   using V4 = NeonV4;
+  using VBias = NeonV4;
   static constexpr int regs = 32;
 };
 

@@ -375,6 +375,50 @@ void dw_member(float *out, int32_t out_h, int32_t out_row, const float *in, int3
   {{&dw_member<A, S, 8>, nullptr, nullptr}, {nullptr, &dw_member<A, S, 4>, nullptr}, \
    {nullptr, nullptr, &dw_member<A, S, 1>}}
 
+// The bias pass over a group's pixels with vectors of V: the group's biases repeated to a
+// pattern of max(W, g) floats; the activations as the plain form writes them.
+template <class V, int Act>
+ORU_HWG_INLINE typename V::T hwg_activate(typename V::T t) {
+  const typename V::T zero = V::zero();
+  if (Act == 1) return V::max(t, zero);
+  if (Act == 3) return V::min(V::max(t, zero), V::set1(6.0f));
+  if (Act == 5) return V::max(t, V::mul(V::set1(0.1f), t));
+  if (Act == 2 || Act == 4) {
+    const typename V::T c = V::min(V::max(V::add(t, V::set1(3.0f)), zero), V::set1(6.0f));
+    if (Act == 2) return V::mul(V::mul(t, c), V::set1(0.16666667f));
+    return V::mul(c, V::set1(0.16666667f));
+  }
+  return t;
+}
+
+template <class V, int Act>
+void hwg_bias_act_t(float *y, const float *x, const float *b, int g, int64_t pixels) {
+  constexpr int W = V::lanes;
+  const int pattern = W > g ? W : g, per = pattern / W;
+  alignas(64) float rep[16];
+  for (int k = 0; k < pattern; ++k) rep[k] = b[k % g];
+  typename V::T bv[2] = {V::load(rep), per > 1 ? V::load(rep + W) : V::zero()};
+  const int64_t n = pixels * g;
+  int64_t i = 0;
+  for (; i + pattern <= n; i += pattern)
+    for (int k = 0; k < per; ++k)
+      V::store(y + i + k * W, hwg_activate<V, Act>(V::add(V::load(x + i + k * W), bv[k])));
+  if (i < n) oru::hwg_bias_act_plain(y + i, x + i, b, g, (n - i) / g, Act);
+}
+
+template <class V>
+void hwg_bias_act_any(float *y, const float *x, const float *b, int g, int64_t pixels, int act) {
+  switch (act) {
+    case 0: return hwg_bias_act_t<V, 0>(y, x, b, g, pixels);
+    case 1: return hwg_bias_act_t<V, 1>(y, x, b, g, pixels);
+    case 2: return hwg_bias_act_t<V, 2>(y, x, b, g, pixels);
+    case 3: return hwg_bias_act_t<V, 3>(y, x, b, g, pixels);
+    case 4: return hwg_bias_act_t<V, 4>(y, x, b, g, pixels);
+    case 5: return hwg_bias_act_t<V, 5>(y, x, b, g, pixels);
+    default: return oru::hwg_bias_act_plain(y, x, b, g, pixels, act);  // tanh through the library expf
+  }
+}
+
 #define ORU_HWG_NO_PAIR {nullptr, nullptr, nullptr}
 #define ORU_HWG_ALL_IN(A, V) \
   {&all_in_kernel<A, V, 1, 1>, &all_in_kernel<A, V, 3, 1>, &all_in_kernel<A, V, 3, 2>}
@@ -386,6 +430,9 @@ void dw_member(float *out, int32_t out_h, int32_t out_row, const float *in, int3
                                          ORU_HWG_SIMD_STD(A, 3, 2), ORU_HWG_SIMD_DW(A, 1),                   \
                                          ORU_HWG_SIMD_DW(A, 2)};                                            \
   const HwgGroupTable hwg_group_kernels_##suffix = {ORU_HWG_ALL_IN(A, typename A::V8), PAIR};                 \
+  void hwg_bias_act_##suffix(float *y, const float *x, const float *b, int g, int64_t pixels, int act) {      \
+    hwg_bias_act_any<typename A::VBias>(y, x, b, g, pixels, act);                                           \
+  }                                                                                                          \
   }
 
 #endif

@@ -20,6 +20,11 @@ struct X86V8 {
   static T bcast(const float *p) { return _mm256_broadcast_ss(p); }
   static T fma(T a, T b, T c) { return _mm256_fmadd_ps(a, b, c); }
   static T add(T a, T b) { return _mm256_add_ps(a, b); }
+  static T mul(T a, T b) { return _mm256_mul_ps(a, b); }
+  static T set1(float v) { return _mm256_set1_ps(v); }
+  // a > b ? a : b and a < b ? a : b, as the plain form writes them.
+  static T max(T a, T b) { return _mm256_max_ps(a, b); }
+  static T min(T a, T b) { return _mm256_min_ps(a, b); }
   // ((p0 + p1) + (p2 + p3)) + ((p4 + p5) + (p6 + p7)).
   static float hsum(T v) {
     __m128 q = _mm_hadd_ps(_mm256_castps256_ps128(v), _mm256_extractf128_ps(v, 1));
@@ -46,10 +51,11 @@ struct X86V4 {
   }
 };
 
-template <int R>
+template <int R, class VB = X86V8>
 struct X86 {
   using V8 = X86V8;
   using V4 = X86V4;
+  using VBias = VB;
   static constexpr int regs = R;
 };
 
