@@ -180,7 +180,7 @@ struct DwScalar {
 // One output 8-group, or a pair of them in 16-lane vectors, over every input group at once:
 // the output stays in registers across the input groups, whose sums it takes in ascending
 // order, so each output gets what the member calls one group after another give it.
-template <class A, class V, int K, int S, int NXT>
+template <class A, class V, int K, int S, int NXT, int MAXI>
 struct StdAllIn {
   static constexpr int O = 8, L = V::lanes, taps = K * K;
   using T = typename V::T;
@@ -259,9 +259,10 @@ struct StdAllIn {
     for (int32_t i0 = 0; i0 < in_c;) {
       const int gi = width(in_c - i0);
       const float *base = in + i0 * in_plane;
-      if (gi == 8)
+      // Only the widths this input has are compiled in, so their register needs don't mix.
+      if (MAXI >= 8 && gi == 8)
         group<N, 8>(out, base, w, r, iy0, ix0);
-      else if (gi == 4)
+      else if (MAXI >= 4 && gi == 4)
         group<N, 4>(out, base, w, r, iy0, ix0);
       else
         group<N, 1>(out, base, w, r, iy0, ix0);
@@ -314,10 +315,10 @@ void walk_plane(const Tile &tile, float *out, int32_t out_h, int32_t out_row, co
   const int64_t out_w = out_row / Tile::O, in_w = in_row / I;
   walk_plane_xy<K, S>(tile, out, out_h, out_w, in, in_h, in_w, int64_t(in_row));
 }// The all-groups kernel of one output 8-group (w1 null) or of a pair (V of 16 lanes).
-template <class A, class V, int K, int S, int NX>
+template <class A, class V, int K, int S, int NX, int MAXI>
 void all_in_walk(float *out, int64_t gap, int32_t out_h, int32_t out_w, const float *in, int32_t in_h, int32_t in_w,
                  int32_t in_c, const float *scratch) {
-  const StdAllIn<A, V, K, S, NX> tile{scratch, in, int64_t(in_w) * in_h, in_w, gap, in_c};
+  const StdAllIn<A, V, K, S, NX, MAXI> tile{scratch, in, int64_t(in_w) * in_h, in_w, gap, in_c};
   // Row pointers are unused: the tile finds each group's rows from iy0.
   walk_plane_xy<K, S>(tile, out, out_h, out_w, in, in_h, in_w, 0);
 }
@@ -325,16 +326,16 @@ void all_in_walk(float *out, int64_t gap, int32_t out_h, int32_t out_w, const fl
 template <class A, class V, int K, int S>
 void all_in_kernel(float *out, int64_t gap, int32_t out_h, int32_t out_w, const float *in, int32_t in_h,
                    int32_t in_w, int32_t in_c, const float *w0, const float *w1, float *scratch) {
-  StdAllIn<A, V, K, S, 1>::transpose(scratch, w0, w1, in_c);
+  StdAllIn<A, V, K, S, 1, 8>::transpose(scratch, w0, w1, in_c);
   // Pixels per tile by the widest input group: per pixel the output and up to 4, 3 or 2
   // partial sums are alive.
   constexpr int spare = A::regs - 2;
   if (in_c >= 8)
-    all_in_walk<A, V, K, S, clamp_nx(spare / (5 * V::regs))>(out, gap, out_h, out_w, in, in_h, in_w, in_c, scratch);
+    all_in_walk<A, V, K, S, clamp_nx(spare / (5 * V::regs)), 8>(out, gap, out_h, out_w, in, in_h, in_w, in_c, scratch);
   else if (in_c >= 4)
-    all_in_walk<A, V, K, S, clamp_nx(spare / (4 * V::regs))>(out, gap, out_h, out_w, in, in_h, in_w, in_c, scratch);
+    all_in_walk<A, V, K, S, clamp_nx(spare / (4 * V::regs)), 4>(out, gap, out_h, out_w, in, in_h, in_w, in_c, scratch);
   else
-    all_in_walk<A, V, K, S, clamp_nx(spare / (2 * V::regs))>(out, gap, out_h, out_w, in, in_h, in_w, in_c, scratch);
+    all_in_walk<A, V, K, S, clamp_nx(spare / (2 * V::regs)), 1>(out, gap, out_h, out_w, in, in_h, in_w, in_c, scratch);
 }
 
 template <class A, int K, int S, int O, int I>
