@@ -26,8 +26,9 @@ struct Chain {
   std::vector<TensorPtr> weights;
   uint32_t bind_status = 0, prepare_status = 0;
 
+  // One conv method for the whole graph, or one per operator (methods.size() == ops.size()).
   Chain(uint32_t method, TensorPtr in, const std::vector<int32_t> &ops, const std::vector<const void *> &params,
-        const std::vector<std::vector<float>> &words) {
+        const std::vector<std::vector<float>> &words, const std::vector<uint32_t> &methods = {}) {
     graph.reset(oru_create_computation_graph_handle(nullptr));
     input = std::move(in);
     int32_t next = int32_t(ops.size()) + 1;
@@ -49,6 +50,9 @@ struct Chain {
         weights.push_back(make_tensor({int32_t(words[k].size())}, words[k]));
         oru_cg_node_desc w_desc{ORU_CG_OP_WEIGHT, weights.back().get()};
         EXPECT_EQ(oru_bind_operator_onto_computation_graph(h, weight_node(k), &w_desc, nullptr), 0u);
+      }
+      if (!methods.empty()) {
+        EXPECT_EQ(oru_cg_set_conv_method(h, methods[k]), 0u);
       }
       oru_cg_node_desc op_desc{ops[k], nullptr};
       const uint32_t st = oru_bind_operator_onto_computation_graph(h, int32_t(1 + k), &op_desc, params[k]);
@@ -195,6 +199,35 @@ TEST(HwgGraph, ChainInterleavesOnceAndMatchesTheDirectMethod) {
   std::vector<float> first = values_of(hwg.output(3));
   ASSERT_EQ(hwg.run(), 0u);
   EXPECT_EQ(values_of(hwg.output(3)), first);
+}
+
+// Direct and im2col nodes behind a packed node take its interleaved output as planes.
+TEST(HwgGraph, MixedMethodsReadInterleavedInputAsPlanes) {
+  oru_conv2d_params a = conv3(5, 13, 1, false), b = conv3(13, 13, 2, true), c = conv3(13, 9, 1, false);
+  struct {
+    oru_conv2d_params conv;
+    int32_t act;
+  } fused{c, 2};
+  const std::vector<std::vector<float>> words = {oru_test::random_values<float>(5 * 13 * 9 + 13, -1, 1, 11),
+                                                 oru_test::random_values<float>(13 * 9 + 13, -1, 1, 12),
+                                                 oru_test::random_values<float>(13 * 9 * 9 + 9, -1, 1, 13)};
+  Array in{{11, 9, 5}, oru_test::random_values<float>(11 * 9 * 5, -1, 1, 14)};
+  const std::vector<int32_t> ops = {ORU_CG_OP_STD_CONV2D, ORU_CG_OP_DEPTHWISE_CONV2D, ORU_CG_OP_CONV2D_ACT};
+  Chain direct(0, make_tensor(in.dims, in.values), ops, {&a, &b, &fused}, words);
+  ASSERT_EQ(direct.run(), 0u);
+  for (const std::vector<uint32_t> &methods : {std::vector<uint32_t>{1, 0, 2}, std::vector<uint32_t>{1, 2, 0},
+                                               std::vector<uint32_t>{1, 1, 0}, std::vector<uint32_t>{1, 1, 2}}) {
+    SCOPED_TRACE(::testing::Message() << methods[0] << methods[1] << methods[2]);
+    Chain mixed(2, make_tensor(in.dims, in.values), ops, {&a, &b, &fused}, words, methods);
+    ASSERT_EQ(mixed.prepare_status, 0u);
+    ASSERT_EQ(mixed.run(), 0u);
+    for (int32_t node : {1, 2, 3}) {
+      const oru_tensor *out = mixed.output(node);
+      EXPECT_EQ(out->channel_layout, methods[size_t(node - 1)] == 1 ? ORU_LAYOUT_HWG : ORU_LAYOUT_CHW) << node;
+      std::vector<float> got = out->channel_layout == ORU_LAYOUT_HWG ? chw_values_of(out) : values_of(out);
+      EXPECT_LT(max_rel_error(got, values_of(direct.output(node))), 1e-5) << node;
+    }
+  }
 }
 
 int reports_in(const std::string &out) {

@@ -46,6 +46,17 @@ void *conv_make_calc_info(uint32_t method, const oru_tensor *input, const oru_te
   return nullptr;
 }
 
+uint32_t ConvChwInput::prepare() {
+  if (!input_ || !input_->data || input_->channel_layout != ORU_LAYOUT_HWG) return ORU_RET_OK;
+  temp_ = oru_create_tensor_from_tensor(input_);
+  if (!temp_) ORU_FAIL(ORU_RET_ERR_MEMORY);
+  if (oru_tensor_pack_data_hwg_to_chw(temp_, input_) != ORU_RET_OK) {
+    oru_release_tensor(&temp_);
+    ORU_FAIL(ORU_RET_ERR_PARA);
+  }
+  return ORU_RET_OK;
+}
+
 void conv_release_calc_info(void *calc_info, uint32_t method) {
   if (!calc_info) return;
   if (method == ORU_CG_CONV_PACKED_HWG) {
@@ -145,12 +156,17 @@ uint32_t run(void *context, ChwKernel chw, GemmKernel gemm, HwgKernel hwg) {
   auto *c = static_cast<oru_conv2d_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   uint32_t st;
+  oru::ConvChwInput in(c->input);
+  if (c->conv_method == ORU_CG_CONV_DIRECT_CHW || c->conv_method == ORU_CG_CONV_IM2COL_GEMM) {
+    if ((st = in.prepare())) return st;
+    if (in.converted() && c->output) c->output->channel_layout = ORU_LAYOUT_CHW;
+  }
   switch (c->conv_method) {
     case ORU_CG_CONV_DIRECT_CHW:
-      st = chw(c->output, c->input, c->weight, &c->params, &c->conv_workers);
+      st = chw(c->output, in.get(), c->weight, &c->params, &c->conv_workers);
       break;
     case ORU_CG_CONV_IM2COL_GEMM:
-      st = gemm(c->output, c->input, c->weight, &c->params, static_cast<const oru_im2col_gemm_info *>(c->calc_info));
+      st = gemm(c->output, in.get(), c->weight, &c->params, static_cast<const oru_im2col_gemm_info *>(c->calc_info));
       break;
     case ORU_CG_CONV_PACKED_HWG:
       if (!c->calc_info) return ORU_RET_ERR_PARA;

@@ -54,6 +54,26 @@ void conv_fill_context(Ctx *c, const void *params, const oru_cg_handle *h, uint3
 void *conv_make_calc_info(uint32_t method, const oru_tensor *input, const oru_tensor *weight,
                           const oru_conv2d_params *params, const uint32_t *conv_workers);
 
+// The input of a direct or im2col convolution as CHW planes: the tensor itself, or, when a
+// packed HWG node left it interleaved, a temporary copy laid out as planes for this run.
+class ConvChwInput {
+ public:
+  explicit ConvChwInput(const oru_tensor *input) : input_(input) {}
+  ~ConvChwInput() {
+    if (temp_) oru_release_tensor(&temp_);
+  }
+  ConvChwInput(const ConvChwInput &) = delete;
+  ConvChwInput &operator=(const ConvChwInput &) = delete;
+  // ORU_RET_ERR_MEMORY when the copy can't be made.
+  uint32_t prepare();
+  const oru_tensor *get() const { return temp_ ? temp_ : input_; }
+  bool converted() const { return temp_ != nullptr; }
+
+ private:
+  const oru_tensor *input_;
+  oru_tensor *temp_ = nullptr;
+};
+
 // Releases what conv_make_calc_info made for the method; null is fine.
 void conv_release_calc_info(void *calc_info, uint32_t method);
 

@@ -62,6 +62,10 @@ uint32_t convolve(uint32_t method, oru_tensor *out, const oru_tensor *in, const 
     }
   }
   const auto *info = static_cast<const oru_im2col_gemm_info *>(calc_info);
+  oru::ConvChwInput chw(in);
+  if (uint32_t st = chw.prepare()) return st;
+  if (chw.converted()) out->channel_layout = ORU_LAYOUT_CHW;
+  in = chw.get();
   switch (kind_of(*p)) {
     case ConvKind::standard:
       return method == 0 ? oru_tensor_std_conv2d_chw(out, in, w, p, workers)
