@@ -1,5 +1,5 @@
 /* face_detect IMAGE.bmp [-o OUT.bmp] [--threshold 0.7] [--iou 0.3] [--repeat N]
- *             [--keep-aspect] [--model PATH] [--method auto|0|2]
+ *             [--keep-aspect] [--model PATH] [--method auto|0|1|2]
  * Prints one "x0 y0 x1 y1 score" line per face, best first, in the image's pixels, and
  * draws the boxes on a copy of the image. */
 #include <stdio.h>
@@ -19,7 +19,7 @@
 static int usage(void) {
   fprintf(stderr,
           "usage: face_detect IMAGE.bmp [-o OUT.bmp] [--threshold 0.7] [--iou 0.3] [--repeat N] "
-          "[--keep-aspect] [--model PATH] [--method auto|0|2]\n");
+          "[--keep-aspect] [--model PATH] [--method auto|0|1|2]\n");
   return 1;
 }
 
@@ -95,7 +95,7 @@ int main(int argc, char **argv) {
     else if (!strcmp(a, "--model") && has_value) model = argv[++i], model_given = 1;
     else if (!strcmp(a, "--method") && has_value) {
       const char *m = argv[++i];
-      method = !strcmp(m, "auto") ? (int)ULTRAFACE_METHOD_PER_LAYER : !strcmp(m, "0") ? 0 : !strcmp(m, "2") ? 2 : -1;
+      method = !strcmp(m, "auto") ? (int)ULTRAFACE_METHOD_PER_LAYER : !strcmp(m, "0") ? 0 : !strcmp(m, "1") ? 1 : !strcmp(m, "2") ? 2 : -1;
     }
     else if (!strcmp(a, "--keep-aspect")) keep_aspect = 1;
     else if (a[0] == '-' || image_path) return usage();

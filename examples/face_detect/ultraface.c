@@ -180,7 +180,13 @@ static uint32_t bind_backbone_and_heads(oru_cg_handle *g) {
  * convolution can take the kernel family that is fastest for its shape: the direct
  * kernels for depthwise layers, im2col + GEMM for the others. The builders take one
  * method per block, and a block pairs a depthwise with a pointwise layer. */
-static uint32_t bind_layers_each_with_its_method(oru_cg_handle *g) {
+static int is_head_source(int32_t i) {
+  for (int32_t h = 0; h < 8; ++h)
+    if (heads[h].node == ULTRAFACE_NODE_CONV + i) return 1;
+  return 0;
+}
+
+static uint32_t bind_layers_each_with_its_method(oru_cg_handle *g, int packed) {
   uint32_t st = 0;
   for (int32_t i = 0; i < ULTRAFACE_LAYERS && st == 0; ++i) {
     const ultraface_layer *l = &layers[i];
@@ -194,7 +200,9 @@ static uint32_t bind_layers_each_with_its_method(oru_cg_handle *g) {
     p.conv.dilation_w = p.conv.dilation_h = 1;
     p.conv.groups = l->groups;
     p.conv.has_bias = l->bias;
-    st = oru_cg_set_conv_method(g, l->groups > 1 ? 0u : 2u);
+    /* Packed HWG layers hand their interleaved output on to the next layer; the layers
+     * that feed the heads' shape operators keep planes. */
+    st = oru_cg_set_conv_method(g, packed && !is_head_source(i) ? 1u : l->groups > 1 ? 0u : 2u);
     if (st) break;
     const int32_t node = ULTRAFACE_NODE_CONV + i;
     if (l->bn) {
@@ -306,7 +314,8 @@ ultraface *ultraface_create(const char *weights_path, uint32_t conv_method) {
 
   u->graph = oru_create_computation_graph_handle(NULL);
   if (!u->graph) return fail(u, "cannot create the graph", NULL);
-  const int per_layer = conv_method == ULTRAFACE_METHOD_PER_LAYER;
+  const int packed = conv_method == 1;
+  const int per_layer = conv_method == ULTRAFACE_METHOD_PER_LAYER || packed;
   if (!per_layer && oru_cg_set_conv_method(u->graph, conv_method) != 0)
     return fail(u, "unknown conv method", NULL);
   if (add_edges(u->graph) != 0 || oru_computation_graph_topo_sort(u->graph) != 0)
@@ -314,7 +323,7 @@ ultraface *ultraface_create(const char *weights_path, uint32_t conv_method) {
   uint32_t st = bind_desc(u->graph, ULTRAFACE_NODE_INPUT, 0, u->input, NULL);
   for (int32_t i = 0; i < ULTRAFACE_LAYERS; ++i)
     st |= bind_desc(u->graph, ULTRAFACE_NODE_WEIGHT + i, 2, u->layer_weights[i], NULL);
-  st |= per_layer ? bind_layers_each_with_its_method(u->graph) : bind_backbone_and_heads(u->graph);
+  st |= per_layer ? bind_layers_each_with_its_method(u->graph, packed) : bind_backbone_and_heads(u->graph);
   for (int32_t h = 0; h < 8; ++h) st |= bind_head_reorder(u->graph, h);
   st |= bind_outputs(u->graph);
   if (st != 0) return fail(u, "cannot bind the graph", NULL);
