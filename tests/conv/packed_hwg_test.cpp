@@ -4,8 +4,10 @@
 // NumPy's transposes (tests/oracles/hwg_reference.py), and the refusals with their one report.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <random>
+#include <utility>
 #include <string>
 
 #include "conv_case_file.h"
@@ -168,6 +170,28 @@ TEST(HwgKernels, FourByFourSumsLanesInPairsAfterTheTaps) {
   oru_std_conv2d_3x3_s1_o4i4_real32(out, 1, 4, in, 1, 4, w);
   // In pairs (1e8 + 1) + (-1e8 + 3) rounds to 0; a running sum over the lanes would give 3.
   for (float v : out) EXPECT_EQ(v, 0.5f);
+}
+
+// With one tap the pair add fuses with the second product: (1 + 2^-11) - (1 + 2^-12)^2 keeps
+// its -2^-24 instead of rounding the product first and giving 0.
+TEST(HwgKernels, OneByOnePairsFuseTheSecondProduct) {
+  const float tiny = std::ldexp(1.0f, -24);
+  const std::pair<oru::HwgKernel, int> members[] = {{&oru_std_conv2d_1x1_s1_o8i8_real32, 8},
+                                                    {&oru_std_conv2d_1x1_s1_o4i4_real32, 4},
+                                                    {&oru_std_conv2d_1x1_s1_o1i8_real32, 1},
+                                                    {&oru_std_conv2d_1x1_s1_o1i4_real32, 1}};
+  for (auto [member, o] : members) {
+    const int i = member == &oru_std_conv2d_1x1_s1_o4i4_real32 || member == &oru_std_conv2d_1x1_s1_o1i4_real32 ? 4 : 8;
+    std::vector<float> in(size_t(i), 0.0f), w(size_t(o * i), 0.0f), out(size_t(o), 0.0f);
+    in[0] = 1.0f + std::ldexp(1.0f, -11);
+    in[1] = 1.0f + std::ldexp(1.0f, -12);
+    for (int a = 0; a < o; ++a) {
+      w[size_t(a * i)] = 1.0f;
+      w[size_t(a * i + 1)] = -(1.0f + std::ldexp(1.0f, -12));
+    }
+    member(out.data(), 1, o, in.data(), 1, i, w.data());
+    for (float v : out) EXPECT_EQ(v, -tiny) << o << "x" << i;
+  }
 }
 
 TEST(HwgPacking, WeightsAndDataFollowTheGroupOrder) {

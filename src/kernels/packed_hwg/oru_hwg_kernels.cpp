@@ -17,6 +17,17 @@ float lane_sum(const float *p) {
   return ((p[0] + p[1]) + (p[2] + p[3])) + ((p[4] + p[5]) + (p[6] + p[7]));
 }
 
+// The lanes of a one-tap window: q_k = fma(w[2k+1], x[2k+1], fma(w[2k], x[2k], 0)), then
+// the pairs as lanes are summed, ((q0 + q1) + (q2 + q3)) for 8 lanes.
+template <int I>
+float pair_sum(const float *x, const float *w) {
+  if (I == 1) return std::fma(w[0], x[0], 0.0f);
+  float q[4];
+  for (int k = 0; k < I / 2; ++k) q[k] = std::fma(w[2 * k + 1], x[2 * k + 1], std::fma(w[2 * k], x[2 * k], 0.0f));
+  if (I == 4) return q[0] + q[1];
+  return (q[0] + q[1]) + (q[2] + q[3]);
+}
+
 template <int K, int S, int O, int I>
 void std_plain(float *out, int32_t out_h, int32_t out_row, const float *in, int32_t in_h, int32_t in_row,
                const float *w) {
@@ -26,6 +37,13 @@ void std_plain(float *out, int32_t out_h, int32_t out_row, const float *in, int3
     for (int32_t ox = 0; ox < out_w; ++ox) {
       float *dst = out + (int64_t(oy) * out_w + ox) * O;
       for (int a = 0; a < O; ++a) {
+        if (K == 1) {
+          // One tap: each pair of lanes is one product fused into the other, then the pairs.
+          const float *px = in + (int64_t(oy) * in_w + ox) * I;
+          const float *wt = w + a * I;
+          dst[a] += pair_sum<I>(px, wt);
+          continue;
+        }
         float p[I] = {};
         for (int ky = 0; ky < K; ++ky) {
           const int32_t iy = S * oy + ky - pad;

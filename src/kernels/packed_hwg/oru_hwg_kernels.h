@@ -8,6 +8,8 @@
 // and output lane a: p[b] = fused multiply-add chain over the taps in order (ky, kx) of
 // w(a, b, tap) * in(tap, b), taps outside the input skipped; then the lanes in pairs,
 // ((p0 + p1) + (p2 + p3)) + ((p4 + p5) + (p6 + p7)); then added to the output lane.
+// With a single tap (1x1) a lane's chain is one product, and the pair adds fuse with it:
+// q_k = fma(w[2k+1], x[2k+1], w[2k] * x[2k]), then ((q0 + q1) + (q2 + q3)).
 // A depthwise member stores, per lane, the fused chain over the taps.
 #ifndef ORU_KERNELS_HWG_KERNELS_H
 #define ORU_KERNELS_HWG_KERNELS_H

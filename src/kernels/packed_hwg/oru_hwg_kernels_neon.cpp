@@ -23,6 +23,13 @@ struct NeonV4 {
   static T min(T a, T b) { return vbslq_f32(vcltq_f32(a, b), a, b); }
   // (p0 + p1) + (p2 + p3).
   static float hsum(T v) { return vpadds_f32(vget_low_f32(vpaddq_f32(v, v))); }
+  // One-tap lanes: q_k = fma(w[2k+1], x[2k+1], w[2k] * x[2k]) in the even lanes.
+  static T pairs(T w, T x) { return vfmaq_f32(vfmaq_f32(zero(), w, x), vtrn2q_f32(w, w), vtrn2q_f32(x, x)); }
+  // q0 + q1.
+  static float pair_dot(T w, T x) {
+    const T q = pairs(w, x);
+    return vgetq_lane_f32(q, 0) + vgetq_lane_f32(q, 2);
+  }
 };
 
 struct NeonV8 {
@@ -48,6 +55,11 @@ struct NeonV8 {
   static float hsum(T v) {
     float32x4_t q = vpaddq_f32(v.lo, v.hi);
     return vpadds_f32(vget_low_f32(vpaddq_f32(q, q)));
+  }
+  // One-tap lanes: ((q0 + q1) + (q2 + q3)) with q_k = fma(w[2k+1], x[2k+1], w[2k] * x[2k]).
+  static float pair_dot(T w, T x) {
+    const float32x4_t lo = NeonV4::pairs(w.lo, x.lo), hi = NeonV4::pairs(w.hi, x.hi);
+    return (vgetq_lane_f32(lo, 0) + vgetq_lane_f32(lo, 2)) + (vgetq_lane_f32(hi, 0) + vgetq_lane_f32(hi, 2));
   }
 };
 

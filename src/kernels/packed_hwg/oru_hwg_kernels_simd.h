@@ -64,9 +64,30 @@ struct StdVecOut {
       }
   }
 
+  // Lanes b and b + 1 of a one-tap window, the second product fused into the first.
+  template <int N>
+  ORU_HWG_INLINE void pair1x1(T *acc, int b, const float *const *rows, int64_t ix0) const {
+    const T wp = V::load(wt + b * L), wq = V::load(wt + (b + 1) * L);
+    const float *px = rows[0] + ix0 * I + b;
+    for (int n = 0; n < N; ++n)
+      acc[n] = V::fma(wq, V::bcast(px + n * S * I + 1), V::fma(wp, V::bcast(px + n * S * I), V::zero()));
+  }
+
   template <int N>
   ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const TapRange &r, int64_t ix0) const {
     T a[N], b[N], c[N], d[N];
+    if (K == 1 && I >= 4) {
+      pair1x1<N>(a, 0, rows, ix0);
+      pair1x1<N>(b, 2, rows, ix0);
+      for (int n = 0; n < N; ++n) a[n] = V::add(a[n], b[n]);
+      if (I == 8) {
+        pair1x1<N>(b, 4, rows, ix0);
+        pair1x1<N>(c, 6, rows, ix0);
+        for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], c[n]));
+      }
+      for (int n = 0; n < N; ++n) V::store_out(dst + n * O, gap, V::add(V::load_out(dst + n * O, gap), a[n]));
+      return;
+    }
     lane<N>(a, 0, rows, r, ix0);
     if (I >= 4) {
       lane<N>(b, 1, rows, r, ix0);
@@ -99,6 +120,11 @@ struct StdVecIn {
 
   template <int N>
   ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const TapRange &r, int64_t ix0) const {
+    if (K == 1) {
+      const T wv = V::load(w);
+      for (int n = 0; n < N; ++n) dst[n] += V::pair_dot(wv, V::load(rows[0] + (ix0 + n * S) * I));
+      return;
+    }
     T p[N];
     for (int n = 0; n < N; ++n) p[n] = V::zero();
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
@@ -232,10 +258,31 @@ struct StdAllIn {
     }
   }
 
+  // Lanes b and b + 1 of a one-tap window, the second product fused into the first.
+  template <int N, int I>
+  ORU_HWG_INLINE void pair1x1(T *acc, int b, const float *base, const float *w, int64_t iy0, int64_t ix0) const {
+    const T wp = V::load(w + b * L), wq = V::load(w + (b + 1) * L);
+    const float *px = base + (iy0 * in_w + ix0) * I + b;
+    for (int n = 0; n < N; ++n)
+      acc[n] = V::fma(wq, V::bcast(px + n * S * I + 1), V::fma(wp, V::bcast(px + n * S * I), V::zero()));
+  }
+
   template <int N, int I>
   ORU_HWG_INLINE void group(T *out, const float *base, const float *w, const TapRange &r, int64_t iy0,
                             int64_t ix0) const {
     T a[N], b[N], c[N], d[N];
+    if (K == 1 && I >= 4) {
+      pair1x1<N, I>(a, 0, base, w, iy0, ix0);
+      pair1x1<N, I>(b, 2, base, w, iy0, ix0);
+      for (int n = 0; n < N; ++n) a[n] = V::add(a[n], b[n]);
+      if (I == 8) {
+        pair1x1<N, I>(b, 4, base, w, iy0, ix0);
+        pair1x1<N, I>(c, 6, base, w, iy0, ix0);
+        for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], c[n]));
+      }
+      for (int n = 0; n < N; ++n) out[n] = V::add(out[n], a[n]);
+      return;
+    }
     lanes<N, I>(a, b, 0, base, w, r, iy0, ix0);
     if (I >= 4) {
       for (int n = 0; n < N; ++n) a[n] = V::add(a[n], b[n]);

@@ -31,6 +31,14 @@ struct X86V8 {
     q = _mm_hadd_ps(q, q);
     return _mm_cvtss_f32(_mm_add_ss(q, _mm_movehdup_ps(q)));
   }
+  // One-tap lanes: q_k = fma(w[2k+1], x[2k+1], w[2k] * x[2k]) in the even lanes, then
+  // ((q0 + q1) + (q2 + q3)).
+  static float pair_dot(T w, T x) {
+    const T q = fma(_mm256_movehdup_ps(w), _mm256_movehdup_ps(x), fma(w, x, zero()));
+    const __m128 e = _mm_shuffle_ps(_mm256_castps256_ps128(q), _mm256_extractf128_ps(q, 1), 0x88);
+    const __m128 h = _mm_hadd_ps(e, e);
+    return _mm_cvtss_f32(_mm_add_ss(h, _mm_movehdup_ps(h)));
+  }
 };
 
 struct X86V4 {
@@ -48,6 +56,11 @@ struct X86V4 {
   static float hsum(T v) {
     __m128 q = _mm_hadd_ps(v, v);
     return _mm_cvtss_f32(_mm_add_ss(q, _mm_movehdup_ps(q)));
+  }
+  // One-tap lanes: q0 + q1 with q_k = fma(w[2k+1], x[2k+1], w[2k] * x[2k]).
+  static float pair_dot(T w, T x) {
+    const T q = fma(_mm_movehdup_ps(w), _mm_movehdup_ps(x), fma(w, x, zero()));
+    return _mm_cvtss_f32(_mm_add_ss(q, _mm_movehl_ps(q, q)));
   }
 };
 
