@@ -82,9 +82,11 @@ uint32_t run_std(Form form, oru_tensor *output, const oru_tensor *input, const o
   const int32_t out_w = dim_or_one(output, 0), out_h = dim_or_one(output, 1);
   const int64_t in_plane = int64_t(in_w) * in_h, out_plane = int64_t(out_w) * out_h;
   float *out = static_cast<float *>(output->data);
-  std::memset(out, 0, size_t(out_plane * p.out_channels) * sizeof(float));
   HwgInput src(input);
-  if (uint32_t st = src.prepare(p.in_channels)) return st;
+  if (uint32_t st = src.prepare(p.in_channels)) {
+    std::memset(out, 0, size_t(out_plane * p.out_channels) * sizeof(float));
+    return st;
+  }
   const float *in = src.data();
   const int family = form == Form::pointwise ? hwg_std_1x1_s1 : p.stride_w == 1 ? hwg_std_3x3_s1 : hwg_std_3x3_s2;
   // A pointwise member sees the whole plane as one line of pixels.
@@ -98,8 +100,13 @@ uint32_t run_std(Form form, oru_tensor *output, const oru_tensor *input, const o
   // Output 8-groups go through the all-input-groups kernel where this processor has one
   // (two at a time where its vectors hold both); the rest through one member per block.
   const HwgGroupKernel single = hwg_group_kernel(0, family), pair = hwg_group_kernel(1, family);
+  // Those kernels store every output of their groups; the planes of the other groups start
+  // cleared, and so does the whole output if the scratch can't be had.
+  const int32_t stored = single ? p.out_channels / 8 * 8 : 0;
+  std::memset(out + stored * out_plane, 0, size_t(out_plane * (p.out_channels - stored)) * sizeof(float));
   Scratch<float> scratch;
-  if (single && p.out_channels >= 8 && !scratch.reset(int64_t(taps) * p.in_channels * 16)) {
+  if (stored > 0 && !scratch.reset(int64_t(taps) * p.in_channels * 16)) {
+    std::memset(out, 0, size_t(out_plane * stored) * sizeof(float));
     ORU_FAIL(ORU_RET_ERR_MEMORY);
   }
   for (int32_t o0 = 0; o0 < p.out_channels;) {

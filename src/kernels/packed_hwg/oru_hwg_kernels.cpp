@@ -2,6 +2,7 @@
 // directly as the arithmetic reads, and the choice of form for each member.
 #include "kernels/packed_hwg/oru_hwg_kernels.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "conv/oru_conv_internal.h"
@@ -89,6 +90,7 @@ void group_plain(float *out, int64_t gap, int32_t out_h, int32_t out_w, const fl
   const int64_t in_plane = int64_t(in_w) * in_h;
   for (int half = 0; half < (w1 ? 2 : 1); ++half) {
     const float *w = half ? w1 : w0;
+    std::fill(out + half * gap, out + half * gap + int64_t(out_w) * out_h * 8, 0.0f);
     for (int32_t i0 = 0; i0 < in_c;) {
       const int gi = in_c - i0 >= 8 ? 8 : in_c - i0 >= 4 ? 4 : 1;
       const HwgKernel k = gi == 8 ? &std_plain<K, S, 8, 8> : gi == 4 ? &std_plain<K, S, 8, 4> : &std_plain<K, S, 8, 1>;

@@ -47,8 +47,9 @@ HwgKernel hwg_kernel(int family, int o, int i);
 // is the group's plane (out_w pixels of 8 floats per row), in the whole HWG input of in_c
 // channels, w0 the group's packed blocks (all input groups in order). The pair form computes
 // two neighbouring 8-groups in 16-lane vectors: the second plane lies `gap` floats after the
-// first and w1 holds its blocks. scratch takes taps * in_c * 16 floats. Each output gets the
-// same sum as from the member calls one input group after another.
+// first and w1 holds its blocks. scratch takes taps * in_c * 16 floats. The kernels store:
+// each output gets the sum that the member calls, one input group after another, leave in an
+// output cleared to +0 before them.
 using HwgGroupKernel = void (*)(float *out, int64_t gap, int32_t out_h, int32_t out_w, const float *in,
                                 int32_t in_h, int32_t in_w, int32_t in_c, const float *w0, const float *w1,
                                 float *scratch);

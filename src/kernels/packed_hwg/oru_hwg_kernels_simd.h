@@ -301,7 +301,8 @@ struct StdAllIn {
   template <int N>
   ORU_HWG_INLINE void tile(float *dst, const float *const *, int64_t iy0, const TapRange &r, int64_t ix0) const {
     T out[N];
-    for (int n = 0; n < N; ++n) out[n] = V::load_out(dst + n * O, gap);
+    // The sums start from +0, as in an output cleared before the member calls.
+    for (int n = 0; n < N; ++n) out[n] = V::zero();
     const float *w = wt;
     for (int32_t i0 = 0; i0 < in_c;) {
       const int gi = width(in_c - i0);
