@@ -18,13 +18,13 @@ float lane_sum(const float *p) {
   return ((p[0] + p[1]) + (p[2] + p[3])) + ((p[4] + p[5]) + (p[6] + p[7]));
 }
 
-// The lanes of a one-tap window: q_k = fma(w[2k+1], x[2k+1], fma(w[2k], x[2k], 0)), then
+// The lanes of a one-tap window: q_k = fma(w[2k+1], x[2k+1], w[2k] * x[2k]), then
 // the pairs as lanes are summed, ((q0 + q1) + (q2 + q3)) for 8 lanes.
 template <int I>
 float pair_sum(const float *x, const float *w) {
   if (I == 1) return std::fma(w[0], x[0], 0.0f);
   float q[4];
-  for (int k = 0; k < I / 2; ++k) q[k] = std::fma(w[2 * k + 1], x[2 * k + 1], std::fma(w[2 * k], x[2 * k], 0.0f));
+  for (int k = 0; k < I / 2; ++k) q[k] = std::fma(w[2 * k + 1], x[2 * k + 1], w[2 * k] * x[2 * k]);
   if (I == 4) return q[0] + q[1];
   return (q[0] + q[1]) + (q[2] + q[3]);
 }

@@ -24,7 +24,7 @@ struct NeonV4 {
   // (p0 + p1) + (p2 + p3).
   static float hsum(T v) { return vpadds_f32(vget_low_f32(vpaddq_f32(v, v))); }
   // One-tap lanes: q_k = fma(w[2k+1], x[2k+1], w[2k] * x[2k]) in the even lanes.
-  static T pairs(T w, T x) { return vfmaq_f32(vfmaq_f32(zero(), w, x), vtrn2q_f32(w, w), vtrn2q_f32(x, x)); }
+  static T pairs(T w, T x) { return vfmaq_f32(vmulq_f32(w, x), vtrn2q_f32(w, w), vtrn2q_f32(x, x)); }
   // q0 + q1.
   static float pair_dot(T w, T x) {
     const T q = pairs(w, x);
@@ -51,6 +51,7 @@ struct NeonV8 {
   }
   static T fma(T a, T b, T c) { return {vfmaq_f32(c.lo, a.lo, b.lo), vfmaq_f32(c.hi, a.hi, b.hi)}; }
   static T add(T a, T b) { return {vaddq_f32(a.lo, b.lo), vaddq_f32(a.hi, b.hi)}; }
+  static T mul(T a, T b) { return {vmulq_f32(a.lo, b.lo), vmulq_f32(a.hi, b.hi)}; }
   // ((p0 + p1) + (p2 + p3)) + ((p4 + p5) + (p6 + p7)).
   static float hsum(T v) {
     float32x4_t q = vpaddq_f32(v.lo, v.hi);

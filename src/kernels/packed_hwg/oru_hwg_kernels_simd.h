@@ -70,7 +70,7 @@ struct StdVecOut {
     const T wp = V::load(wt + b * L), wq = V::load(wt + (b + 1) * L);
     const float *px = rows[0] + ix0 * I + b;
     for (int n = 0; n < N; ++n)
-      acc[n] = V::fma(wq, V::bcast(px + n * S * I + 1), V::fma(wp, V::bcast(px + n * S * I), V::zero()));
+      acc[n] = V::fma(wq, V::bcast(px + n * S * I + 1), V::mul(wp, V::bcast(px + n * S * I)));
   }
 
   template <int N>
@@ -264,7 +264,7 @@ struct StdAllIn {
     const T wp = V::load(w + b * L), wq = V::load(w + (b + 1) * L);
     const float *px = base + (iy0 * in_w + ix0) * I + b;
     for (int n = 0; n < N; ++n)
-      acc[n] = V::fma(wq, V::bcast(px + n * S * I + 1), V::fma(wp, V::bcast(px + n * S * I), V::zero()));
+      acc[n] = V::fma(wq, V::bcast(px + n * S * I + 1), V::mul(wp, V::bcast(px + n * S * I)));
   }
 
   template <int N, int I>

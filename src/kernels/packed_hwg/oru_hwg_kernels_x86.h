@@ -34,7 +34,7 @@ struct X86V8 {
   // One-tap lanes: q_k = fma(w[2k+1], x[2k+1], w[2k] * x[2k]) in the even lanes, then
   // ((q0 + q1) + (q2 + q3)).
   static float pair_dot(T w, T x) {
-    const T q = fma(_mm256_movehdup_ps(w), _mm256_movehdup_ps(x), fma(w, x, zero()));
+    const T q = fma(_mm256_movehdup_ps(w), _mm256_movehdup_ps(x), mul(w, x));
     const __m128 e = _mm_shuffle_ps(_mm256_castps256_ps128(q), _mm256_extractf128_ps(q, 1), 0x88);
     const __m128 h = _mm_hadd_ps(e, e);
     return _mm_cvtss_f32(_mm_add_ss(h, _mm_movehdup_ps(h)));
@@ -52,6 +52,7 @@ struct X86V4 {
   static T bcast(const float *p) { return _mm_broadcast_ss(p); }
   static T fma(T a, T b, T c) { return _mm_fmadd_ps(a, b, c); }
   static T add(T a, T b) { return _mm_add_ps(a, b); }
+  static T mul(T a, T b) { return _mm_mul_ps(a, b); }
   // (p0 + p1) + (p2 + p3).
   static float hsum(T v) {
     __m128 q = _mm_hadd_ps(v, v);
@@ -59,7 +60,7 @@ struct X86V4 {
   }
   // One-tap lanes: q0 + q1 with q_k = fma(w[2k+1], x[2k+1], w[2k] * x[2k]).
   static float pair_dot(T w, T x) {
-    const T q = fma(_mm_movehdup_ps(w), _mm_movehdup_ps(x), fma(w, x, zero()));
+    const T q = fma(_mm_movehdup_ps(w), _mm_movehdup_ps(x), mul(w, x));
     return _mm_cvtss_f32(_mm_add_ss(q, _mm_movehl_ps(q, q)));
   }
 };
