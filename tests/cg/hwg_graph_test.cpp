@@ -230,12 +230,6 @@ TEST(HwgGraph, MixedMethodsReadInterleavedInputAsPlanes) {
   }
 }
 
-int reports_in(const std::string &out) {
-  int n = 0;
-  for (size_t at = out.find("Error occurred: "); at != std::string::npos; at = out.find("Error occurred: ", at + 1)) ++n;
-  return n;
-}
-
 TEST(HwgGraph, ShapesOutsideTheFamilyAreRefusedAtTheFirstRunWithOneReport) {
   Array in{{9, 7, 4}, oru_test::random_values<float>(9 * 7 * 4, -1, 1, 5)};
   oru_conv2d_params five = conv3(4, 5, 1, false), s3 = conv3(4, 5, 3, false), dil = conv3(4, 5, 1, false);
@@ -279,32 +273,14 @@ struct SampleCase {
 };
 
 std::vector<SampleCase> load_samples() {
-  std::vector<uint8_t> bytes = oru_test::read_file(oru_test::data_path("hwg/sample_cases.bin"));
+  CaseReader r("hwg/sample_cases.bin", "ORUSMP01");
   std::vector<SampleCase> out;
-  size_t at = 0;
-  auto take = [&](void *dst, size_t n) {
-    if (at + n > bytes.size()) return false;
-    std::memcpy(dst, bytes.data() + at, n);
-    at += n;
-    return true;
-  };
-  auto take_array = [&](Array &a) {
-    int32_t nd = 0;
-    if (!take(&nd, 4) || nd < 1 || nd > 5) return false;
-    a.dims.resize(size_t(nd));
-    if (!take(a.dims.data(), 4 * size_t(nd))) return false;
-    size_t n = 1;
-    for (int32_t d : a.dims) n *= size_t(d);
-    a.values.resize(n);
-    return take(a.values.data(), 4 * n);
-  };
-  char magic[8];
   int32_t count = 0;
-  if (!take(magic, 8) || std::memcmp(magic, "ORUSMP01", 8) != 0 || !take(&count, 4)) return out;
+  if (!r.ok() || !r.take(&count, 4)) return out;
   for (int32_t k = 0; k < count; ++k) {
     SampleCase s;
-    if (!take(&s.mode, 4) || !take(&s.align, 4) || !take(&s.scale_w, 4) || !take(&s.scale_h, 4) ||
-        !take_array(s.input) || !take_array(s.torch_ref) || !take_array(s.model))
+    if (!r.take(&s.mode, 4) || !r.take(&s.align, 4) || !r.take(&s.scale_w, 4) || !r.take(&s.scale_h, 4) ||
+        !r.take_array(s.input) || !r.take_array(s.torch_ref) || !r.take_array(s.model))
       break;
     out.push_back(std::move(s));
   }

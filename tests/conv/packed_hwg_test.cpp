@@ -223,32 +223,14 @@ TEST(HwgPacking, WeightsAndDataFollowTheGroupOrder) {
 
 // The layout cases of NumPy: CHW, NHWC, HWG, NDHWC4 forms of the same data.
 std::vector<std::vector<Array>> load_layouts() {
-  std::vector<uint8_t> bytes = oru_test::read_file(oru_test::data_path("hwg/layout_cases.bin"));
+  CaseReader r("hwg/layout_cases.bin", "ORULAY01");
   std::vector<std::vector<Array>> out;
-  size_t at = 0;
-  auto take = [&](void *dst, size_t n) {
-    if (at + n > bytes.size()) return false;
-    std::memcpy(dst, bytes.data() + at, n);
-    at += n;
-    return true;
-  };
-  auto take_array = [&](Array &a) {
-    int32_t nd = 0;
-    if (!take(&nd, 4) || nd < 1 || nd > 5) return false;
-    a.dims.resize(size_t(nd));
-    if (!take(a.dims.data(), 4 * size_t(nd))) return false;
-    size_t n = 1;
-    for (int32_t d : a.dims) n *= size_t(d);
-    a.values.resize(n);
-    return take(a.values.data(), 4 * n);
-  };
-  char magic[8];
   int32_t count = 0;
-  if (!take(magic, 8) || std::memcmp(magic, "ORULAY01", 8) != 0 || !take(&count, 4)) return out;
+  if (!r.ok() || !r.take(&count, 4)) return out;
   for (int32_t k = 0; k < count; ++k) {
     std::vector<Array> set(4);
     for (Array &a : set)
-      if (!take_array(a)) return out;
+      if (!r.take_array(a)) return out;
     out.push_back(std::move(set));
   }
   return out;
@@ -314,12 +296,6 @@ struct InfoDeleter {
   void operator()(oru_conv2d_hwg_info *i) const { oru_release_conv2d_hwg_calc_info(&i); }
 };
 using InfoPtr = std::unique_ptr<oru_conv2d_hwg_info, InfoDeleter>;
-
-int reports_in(const std::string &out) {
-  int n = 0;
-  for (size_t at = out.find("Error occurred: "); at != std::string::npos; at = out.find("Error occurred: ", at + 1)) ++n;
-  return n;
-}
 
 TEST(HwgConvolution, RefusesShapesOutsideTheFamilyWithOneReport) {
   TensorPtr in = make_tensor({6, 5, 3}, oru_test::random_values<float>(90, -1, 1, 4)), out = make_tensor({6, 5, 4});
