@@ -29,6 +29,12 @@ struct TapRange {
   int ky_lo, ky_hi, kx_lo, kx_hi;
 };
 
+// The whole window, known at compile time, for the tiles of rows and columns that have it.
+template <int K>
+struct FullRange {
+  static constexpr int ky_lo = 0, ky_hi = K, kx_lo = 0, kx_hi = K;
+};
+
 constexpr int clamp_nx(int n) { return n < 1 ? 1 : n > 12 ? 12 : n; }
 
 // Standard member with O in {8, 4}: vectors of V::lanes output lanes, which are the group's O
@@ -53,8 +59,8 @@ struct StdVecOut {
     }
   }
 
-  template <int N>
-  ORU_HWG_INLINE void lane(T *acc, int b, const float *const *rows, const TapRange &r, int64_t ix0) const {
+  template <int N, class R>
+  ORU_HWG_INLINE void lane(T *acc, int b, const float *const *rows, const R &r, int64_t ix0) const {
     for (int n = 0; n < N; ++n) acc[n] = V::zero();
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
       for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
@@ -73,8 +79,8 @@ struct StdVecOut {
       acc[n] = V::fma(wq, V::bcast(px + n * S * I + 1), V::mul(wp, V::bcast(px + n * S * I)));
   }
 
-  template <int N>
-  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const TapRange &r, int64_t ix0) const {
+  template <int N, class R>
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const R &r, int64_t ix0) const {
     T a[N], b[N], c[N], d[N];
     if (K == 1 && I >= 4) {
       pair1x1<N>(a, 0, rows, ix0);
@@ -88,20 +94,20 @@ struct StdVecOut {
       for (int n = 0; n < N; ++n) V::store_out(dst + n * O, gap, V::add(V::load_out(dst + n * O, gap), a[n]));
       return;
     }
-    lane<N>(a, 0, rows, r, ix0);
+    lane<N, R>(a, 0, rows, r, ix0);
     if (I >= 4) {
-      lane<N>(b, 1, rows, r, ix0);
+      lane<N, R>(b, 1, rows, r, ix0);
       for (int n = 0; n < N; ++n) a[n] = V::add(a[n], b[n]);
-      lane<N>(b, 2, rows, r, ix0);
-      lane<N>(c, 3, rows, r, ix0);
+      lane<N, R>(b, 2, rows, r, ix0);
+      lane<N, R>(c, 3, rows, r, ix0);
       for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], c[n]));
     }
     if (I == 8) {
-      lane<N>(b, 4, rows, r, ix0);
-      lane<N>(c, 5, rows, r, ix0);
+      lane<N, R>(b, 4, rows, r, ix0);
+      lane<N, R>(c, 5, rows, r, ix0);
       for (int n = 0; n < N; ++n) b[n] = V::add(b[n], c[n]);
-      lane<N>(c, 6, rows, r, ix0);
-      lane<N>(d, 7, rows, r, ix0);
+      lane<N, R>(c, 6, rows, r, ix0);
+      lane<N, R>(d, 7, rows, r, ix0);
       for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], V::add(c[n], d[n])));
     }
     for (int n = 0; n < N; ++n) V::store_out(dst + n * O, gap, V::add(V::load_out(dst + n * O, gap), a[n]));
@@ -118,8 +124,8 @@ struct StdVecIn {
   const float *w;
   explicit StdVecIn(const float *weights) : w(weights) {}
 
-  template <int N>
-  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const TapRange &r, int64_t ix0) const {
+  template <int N, class R>
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const R &r, int64_t ix0) const {
     if (K == 1) {
       const T wv = V::load(w);
       for (int n = 0; n < N; ++n) dst[n] += V::pair_dot(wv, V::load(rows[0] + (ix0 + n * S) * I));
@@ -145,8 +151,8 @@ struct StdScalar {
   const float *w;
   explicit StdScalar(const float *weights) : w(weights) {}
 
-  template <int N>
-  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const TapRange &r, int64_t ix0) const {
+  template <int N, class R>
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const R &r, int64_t ix0) const {
     float p[N] = {};
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
       for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
@@ -170,8 +176,8 @@ struct DwVec {
     for (int t = 0; t < 9; ++t) wv[t] = V::load(w + t * G);
   }
 
-  template <int N>
-  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const TapRange &r, int64_t ix0) const {
+  template <int N, class R>
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const R &r, int64_t ix0) const {
     T acc[N];
     for (int n = 0; n < N; ++n) acc[n] = V::zero();
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
@@ -191,8 +197,8 @@ struct DwScalar {
   const float *w;
   explicit DwScalar(const float *weights) : w(weights) {}
 
-  template <int N>
-  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const TapRange &r, int64_t ix0) const {
+  template <int N, class R>
+  ORU_HWG_INLINE void tile(float *dst, const float *const *rows, int64_t, const R &r, int64_t ix0) const {
     float p[N] = {};
     for (int ky = r.ky_lo; ky < r.ky_hi; ++ky)
       for (int kx = r.kx_lo; kx < r.kx_hi; ++kx) {
@@ -234,8 +240,8 @@ struct StdAllIn {
 
   // Input lanes b and b + 1 (when I > 1) side by side, so twice as many independent chains
   // are in flight.
-  template <int N, int I>
-  ORU_HWG_INLINE void lanes(T *p, T *q, int b, const float *base, const float *w, const TapRange &r, int64_t iy0,
+  template <int N, int I, class R>
+  ORU_HWG_INLINE void lanes(T *p, T *q, int b, const float *base, const float *w, const R &r, int64_t iy0,
                             int64_t ix0) const {
     for (int n = 0; n < N; ++n) p[n] = V::zero();
     if (I > 1)
@@ -267,8 +273,8 @@ struct StdAllIn {
       acc[n] = V::fma(wq, V::bcast(px + n * S * I + 1), V::mul(wp, V::bcast(px + n * S * I)));
   }
 
-  template <int N, int I>
-  ORU_HWG_INLINE void group(T *out, const float *base, const float *w, const TapRange &r, int64_t iy0,
+  template <int N, int I, class R>
+  ORU_HWG_INLINE void group(T *out, const float *base, const float *w, const R &r, int64_t iy0,
                             int64_t ix0) const {
     T a[N], b[N], c[N], d[N];
     if (K == 1 && I >= 4) {
@@ -283,23 +289,23 @@ struct StdAllIn {
       for (int n = 0; n < N; ++n) out[n] = V::add(out[n], a[n]);
       return;
     }
-    lanes<N, I>(a, b, 0, base, w, r, iy0, ix0);
+    lanes<N, I, R>(a, b, 0, base, w, r, iy0, ix0);
     if (I >= 4) {
       for (int n = 0; n < N; ++n) a[n] = V::add(a[n], b[n]);
-      lanes<N, I>(b, c, 2, base, w, r, iy0, ix0);
+      lanes<N, I, R>(b, c, 2, base, w, r, iy0, ix0);
       for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], c[n]));
     }
     if (I == 8) {
-      lanes<N, I>(b, c, 4, base, w, r, iy0, ix0);
+      lanes<N, I, R>(b, c, 4, base, w, r, iy0, ix0);
       for (int n = 0; n < N; ++n) b[n] = V::add(b[n], c[n]);
-      lanes<N, I>(c, d, 6, base, w, r, iy0, ix0);
+      lanes<N, I, R>(c, d, 6, base, w, r, iy0, ix0);
       for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], V::add(c[n], d[n])));
     }
     for (int n = 0; n < N; ++n) out[n] = V::add(out[n], a[n]);
   }
 
-  template <int N>
-  ORU_HWG_INLINE void tile(float *dst, const float *const *, int64_t iy0, const TapRange &r, int64_t ix0) const {
+  template <int N, class R>
+  ORU_HWG_INLINE void tile(float *dst, const float *const *, int64_t iy0, const R &r, int64_t ix0) const {
     T out[N];
     // The sums start from +0, as in an output cleared before the member calls.
     for (int n = 0; n < N; ++n) out[n] = V::zero();
@@ -309,11 +315,11 @@ struct StdAllIn {
       const float *base = in + i0 * in_plane;
       // Only the widths this input has are compiled in, so their register needs don't mix.
       if (MAXI >= 8 && gi == 8)
-        group<N, 8>(out, base, w, r, iy0, ix0);
+        group<N, 8, R>(out, base, w, r, iy0, ix0);
       else if (MAXI >= 4 && gi == 4)
-        group<N, 4>(out, base, w, r, iy0, ix0);
+        group<N, 4, R>(out, base, w, r, iy0, ix0);
       else
-        group<N, 1>(out, base, w, r, iy0, ix0);
+        group<N, 1, R>(out, base, w, r, iy0, ix0);
       w += taps * gi * L;
       i0 += gi;
     }
@@ -350,6 +356,10 @@ void walk_plane_xy(const Tile &tile, float *out, int64_t out_h, int64_t out_w, c
     };
     for (int64_t ox = 0; ox < x_begin; ++ox) edge(ox);
     int64_t ox = x_begin;
+    if (r.ky_lo == 0 && r.ky_hi == K) {
+      const FullRange<K> full;
+      for (; ox + NX <= x_end; ox += NX) tile.template tile<NX>(orow + ox * O, rows, iy0, full, S * ox - pad);
+    }
     for (; ox + NX <= x_end; ox += NX) tile.template tile<NX>(orow + ox * O, rows, iy0, r, S * ox - pad);
     for (; ox < x_end; ++ox) tile.template tile<1>(orow + ox * O, rows, iy0, r, S * ox - pad);
     for (ox = x_end; ox < out_w; ++ox) edge(ox);
