@@ -16,6 +16,18 @@ namespace {
 
 int32_t dim_or_one(const oru_tensor *t, int k) { return t->ndims > k ? t->dims[k] : 1; }
 
+using MoveFn = decltype(&hwg_interleave_plain);
+
+MoveFn interleave_kernel() {
+  static const MoveFn k = pick(ORU_KERNEL_FORMS(hwg_interleave));
+  return k;
+}
+
+MoveFn deinterleave_kernel() {
+  static const MoveFn k = pick(ORU_KERNEL_FORMS(hwg_deinterleave));
+  return k;
+}
+
 enum class Form { standard, depthwise, pointwise };
 
 // The checks of the three convolutions, in the order the family fixes: the shape, then the
@@ -221,10 +233,10 @@ ORU_API void oru_pack_data_chw_to_hwg_real32(float *destination, const float *so
   const int64_t plane = int64_t(height) * width;
   for (int32_t c = 0; c < channels; c += oru::hwg_group_width(channels - c)) {
     const int g = oru::hwg_group_width(channels - c);
-    const float *s = source + c * plane;
-    float *d = destination + c * plane;
-    for (int64_t q = 0; q < plane; ++q)
-      for (int j = 0; j < g; ++j) d[q * g + j] = s[j * plane + q];
+    if (g == 1)
+      std::memcpy(destination + c * plane, source + c * plane, size_t(plane) * sizeof(float));
+    else
+      oru::interleave_kernel()(destination + c * plane, source + c * plane, g, plane);
   }
 }
 
@@ -234,10 +246,10 @@ ORU_API void oru_pack_data_hwg_to_chw_real32(float *destination, const float *so
   const int64_t plane = int64_t(height) * width;
   for (int32_t c = 0; c < channels; c += oru::hwg_group_width(channels - c)) {
     const int g = oru::hwg_group_width(channels - c);
-    const float *s = source + c * plane;
-    float *d = destination + c * plane;
-    for (int64_t q = 0; q < plane; ++q)
-      for (int j = 0; j < g; ++j) d[j * plane + q] = s[q * g + j];
+    if (g == 1)
+      std::memcpy(destination + c * plane, source + c * plane, size_t(plane) * sizeof(float));
+    else
+      oru::deinterleave_kernel()(destination + c * plane, source + c * plane, g, plane);
   }
 }
 

@@ -159,6 +159,29 @@ TEST(HwgKernels, GroupBiasPassMatchesPlainForEveryActivation) {
   EXPECT_GE(compared, 84);
 }
 
+TEST(HwgKernels, GroupInterleavingMatchesPlainAndRoundTrips) {
+  auto in_forms = ORU_KERNEL_FORMS(oru::hwg_interleave);
+  auto out_forms = ORU_KERNEL_FORMS(oru::hwg_deinterleave);
+  int compared = 0;
+  for (int g : {8, 4})
+    for (int64_t plane : {1, 3, 4, 7, 16, 61}) {
+      const auto planes = oru_test::random_values<float>(size_t(plane * g), -1, 1, uint32_t(plane * g));
+      std::vector<float> ref(planes.size()), back(planes.size());
+      oru::hwg_interleave_plain(ref.data(), planes.data(), g, plane);
+      oru::for_each_runnable_form(in_forms, [&](oru::Isa isa, auto fn) {
+        std::vector<float> got(planes.size());
+        fn(got.data(), planes.data(), g, plane);
+        EXPECT_EQ(got, ref) << oru::isa_name(isa) << " g " << g << " plane " << plane;
+        ++compared;
+      });
+      oru::for_each_runnable_form(out_forms, [&](oru::Isa isa, auto fn) {
+        fn(back.data(), ref.data(), g, plane);
+        EXPECT_EQ(back, planes) << oru::isa_name(isa) << " g " << g << " plane " << plane;
+      });
+    }
+  EXPECT_GE(compared, 12);
+}
+
 // The arithmetic the family fixes, written out for one o4i4 pixel: the taps per lane by fused
 // multiply-add, then the lanes in pairs, then the add into the output.
 TEST(HwgKernels, FourByFourSumsLanesInPairsAfterTheTaps) {

@@ -137,6 +137,16 @@ void hwg_bias_act_plain(float *y, const float *x, const float *b, int g, int64_t
     for (int j = 0; j < g; ++j) y[p * g + j] = act_scalar(x[p * g + j] + b[j], act);
 }
 
+void hwg_interleave_plain(float *dst, const float *src, int g, int64_t plane) {
+  for (int64_t q = 0; q < plane; ++q)
+    for (int j = 0; j < g; ++j) dst[q * g + j] = src[j * plane + q];
+}
+
+void hwg_deinterleave_plain(float *dst, const float *src, int g, int64_t plane) {
+  for (int64_t q = 0; q < plane; ++q)
+    for (int j = 0; j < g; ++j) dst[j * plane + q] = src[q * g + j];
+}
+
 KernelForms<HwgGroupKernel> hwg_group_kernel_forms(int pair, int family) {
   return KernelForms<HwgGroupKernel>{hwg_group_kernels_plain[pair][family],
                                      ORU_AVX2_FORM(hwg_group_kernels_avx2[pair][family]),

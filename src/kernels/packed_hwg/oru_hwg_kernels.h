@@ -72,6 +72,18 @@ void hwg_bias_act_avx2(float *y, const float *x, const float *b, int g, int64_t 
 void hwg_bias_act_avx512(float *y, const float *x, const float *b, int g, int64_t pixels, int act);
 void hwg_bias_act_neon(float *y, const float *x, const float *b, int g, int64_t pixels, int act);
 
+// One channel group of width g (8 or 4) between planes and pixels: interleave writes
+// dst[q * g + j] = src[j * plane + q], deinterleave the reverse. Pure moves, so every form
+// gives the same bits.
+void hwg_interleave_plain(float *dst, const float *src, int g, int64_t plane);
+void hwg_interleave_avx2(float *dst, const float *src, int g, int64_t plane);
+void hwg_interleave_avx512(float *dst, const float *src, int g, int64_t plane);
+void hwg_interleave_neon(float *dst, const float *src, int g, int64_t plane);
+void hwg_deinterleave_plain(float *dst, const float *src, int g, int64_t plane);
+void hwg_deinterleave_avx2(float *dst, const float *src, int g, int64_t plane);
+void hwg_deinterleave_avx512(float *dst, const float *src, int g, int64_t plane);
+void hwg_deinterleave_neon(float *dst, const float *src, int g, int64_t plane);
+
 }  // namespace oru
 
 #endif

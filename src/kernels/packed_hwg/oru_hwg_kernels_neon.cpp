@@ -64,7 +64,23 @@ struct NeonV8 {
   }
 };
 
+// 4 x 4 blocks of floats for the group interleaving.
+struct NeonQuad {
+  using T = float32x4_t;
+  static T load4(const float *p) { return vld1q_f32(p); }
+  static void store4(float *p, T v) { vst1q_f32(p, v); }
+  static void transpose4(T *v) {
+    const float32x4_t a = vtrn1q_f32(v[0], v[1]), b = vtrn2q_f32(v[0], v[1]);
+    const float32x4_t c = vtrn1q_f32(v[2], v[3]), d = vtrn2q_f32(v[2], v[3]);
+    v[0] = vreinterpretq_f32_f64(vtrn1q_f64(vreinterpretq_f64_f32(a), vreinterpretq_f64_f32(c)));
+    v[1] = vreinterpretq_f32_f64(vtrn1q_f64(vreinterpretq_f64_f32(b), vreinterpretq_f64_f32(d)));
+    v[2] = vreinterpretq_f32_f64(vtrn2q_f64(vreinterpretq_f64_f32(a), vreinterpretq_f64_f32(c)));
+    v[3] = vreinterpretq_f32_f64(vtrn2q_f64(vreinterpretq_f64_f32(b), vreinterpretq_f64_f32(d)));
+  }
+};
+
 struct Neon {
+  using Quad = NeonQuad;
   using V8 = NeonV8;
   using V4 = NeonV4;
   using VBias = NeonV4;

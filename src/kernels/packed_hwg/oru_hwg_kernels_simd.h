@@ -478,6 +478,37 @@ void hwg_bias_act_any(float *y, const float *x, const float *b, int g, int64_t p
   }
 }
 
+// Channel groups between planes and pixels in 4 x 4 blocks: four pixels of four channels
+// per block, a group of 8 as two blocks side by side. Q gives load4, store4, transpose4.
+template <class Q>
+void hwg_interleave_t(float *dst, const float *src, int g, int64_t plane) {
+  int64_t q = 0;
+  for (; q + 4 <= plane; q += 4)
+    for (int h = 0; h < g; h += 4) {
+      typename Q::T v[4];
+      for (int j = 0; j < 4; ++j) v[j] = Q::load4(src + (h + j) * plane + q);
+      Q::transpose4(v);
+      for (int p = 0; p < 4; ++p) Q::store4(dst + (q + p) * g + h, v[p]);
+    }
+  if (q < plane)
+    for (; q < plane; ++q)
+      for (int j = 0; j < g; ++j) dst[q * g + j] = src[j * plane + q];
+}
+
+template <class Q>
+void hwg_deinterleave_t(float *dst, const float *src, int g, int64_t plane) {
+  int64_t q = 0;
+  for (; q + 4 <= plane; q += 4)
+    for (int h = 0; h < g; h += 4) {
+      typename Q::T v[4];
+      for (int p = 0; p < 4; ++p) v[p] = Q::load4(src + (q + p) * g + h);
+      Q::transpose4(v);
+      for (int j = 0; j < 4; ++j) Q::store4(dst + (h + j) * plane + q, v[j]);
+    }
+  for (; q < plane; ++q)
+    for (int j = 0; j < g; ++j) dst[j * plane + q] = src[q * g + j];
+}
+
 #define ORU_HWG_NO_PAIR {nullptr, nullptr, nullptr}
 #define ORU_HWG_ALL_IN(A, V) \
   {&all_in_kernel<A, V, 1, 1>, &all_in_kernel<A, V, 3, 1>, &all_in_kernel<A, V, 3, 2>}
@@ -491,6 +522,12 @@ void hwg_bias_act_any(float *y, const float *x, const float *b, int g, int64_t p
   const HwgGroupTable hwg_group_kernels_##suffix = {ORU_HWG_ALL_IN(A, typename A::V8), PAIR};                 \
   void hwg_bias_act_##suffix(float *y, const float *x, const float *b, int g, int64_t pixels, int act) {      \
     hwg_bias_act_any<typename A::VBias>(y, x, b, g, pixels, act);                                           \
+  }                                                                                                          \
+  void hwg_interleave_##suffix(float *dst, const float *src, int g, int64_t plane) {                         \
+    hwg_interleave_t<typename A::Quad>(dst, src, g, plane);                                                  \
+  }                                                                                                          \
+  void hwg_deinterleave_##suffix(float *dst, const float *src, int g, int64_t plane) {                       \
+    hwg_deinterleave_t<typename A::Quad>(dst, src, g, plane);                                                \
   }                                                                                                          \
   }
 

@@ -65,8 +65,17 @@ struct X86V4 {
   }
 };
 
+// 4 x 4 blocks of floats for the group interleaving.
+struct X86Quad {
+  using T = __m128;
+  static T load4(const float *p) { return _mm_loadu_ps(p); }
+  static void store4(float *p, T v) { _mm_storeu_ps(p, v); }
+  static void transpose4(T *v) { _MM_TRANSPOSE4_PS(v[0], v[1], v[2], v[3]); }
+};
+
 template <int R, class VB = X86V8>
 struct X86 {
+  using Quad = X86Quad;
   using V8 = X86V8;
   using V4 = X86V4;
   using VBias = VB;
