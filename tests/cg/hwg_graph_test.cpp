@@ -8,6 +8,7 @@
 #include <string>
 
 #include "../conv/conv_case_file.h"
+#include "kernels/sampling/oru_sample_kernels.h"
 
 using namespace conv_test;
 
@@ -312,6 +313,40 @@ TEST(SampleGraph, MatchesInterpolateAndTheModelOfItsBorders) {
     }
     EXPECT_GT(compared, int(got.size()) / 3);
   }
+}
+
+// The row kernels of bilinear sampling: every form against the plain one, bit for bit, with
+// the single-neighbour tail starting anywhere in the row.
+TEST(SampleKernels, EveryFormMatchesPlain) {
+  std::mt19937 gen(5);
+  int compared = 0;
+  for (int64_t n : {1, 5, 8, 16, 17, 40, 67}) {
+    const int64_t wi = n / 2 + 2;
+    std::uniform_int_distribution<int32_t> col(0, int32_t(wi - 2));
+    std::vector<int32_t> ofs(static_cast<size_t>(n));
+    for (auto &o : ofs) o = col(gen);
+    const auto src = oru_test::random_values<float>(size_t(wi), -4, 4, uint32_t(n));
+    const auto a = oru_test::random_values<float>(size_t(n), 0, 1, uint32_t(n + 1));
+    const auto b = oru_test::random_values<float>(size_t(n), 0, 1, uint32_t(n + 2));
+    const auto h0 = oru_test::random_values<float>(size_t(n), -4, 4, uint32_t(n + 3));
+    for (int64_t xmax : {int64_t(0), n / 3, n}) {
+      std::vector<float> ref(static_cast<size_t>(n)), vref(static_cast<size_t>(n));
+      oru::sample_hrow_plain(ref.data(), src.data(), ofs.data(), a.data(), b.data(), xmax, n);
+      oru::sample_vrow_plain(vref.data(), ref.data(), h0.data(), 0.375f, 0.625f, n);
+      oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::sample_hrow), [&](oru::Isa isa, auto fn) {
+        std::vector<float> got(static_cast<size_t>(n));
+        fn(got.data(), src.data(), ofs.data(), a.data(), b.data(), xmax, n);
+        EXPECT_EQ(got, ref) << oru::isa_name(isa) << " n " << n << " xmax " << xmax;
+        ++compared;
+      });
+      oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::sample_vrow), [&](oru::Isa isa, auto fn) {
+        std::vector<float> got(static_cast<size_t>(n));
+        fn(got.data(), ref.data(), h0.data(), 0.375f, 0.625f, n);
+        EXPECT_EQ(got, vref) << oru::isa_name(isa) << " n " << n;
+      });
+    }
+  }
+  EXPECT_GE(compared, 21);
 }
 
 TEST(SampleGraph, ShapesModesAndRefusals) {

@@ -7,6 +7,7 @@
 
 #include "cg/ops/oru_cg_ops_common.h"
 #include "core/oru_types.h"
+#include "kernels/sampling/oru_sample_kernels.h"
 
 namespace oru {
 
@@ -56,15 +57,19 @@ Coord half_pixel(int64_t i, double inv_scale) {
 }
 
 uint32_t sample_bilinear_half_pixel(const Planes &p) {
-  // Per position: offset plus two weights (12 bytes) for every column and row.
+  using HrowFn = decltype(&sample_hrow_plain);
+  using VrowFn = decltype(&sample_vrow_plain);
+  static const HrowFn hrow = pick(ORU_KERNEL_FORMS(sample_hrow));
+  static const VrowFn vrow = pick(ORU_KERNEL_FORMS(sample_vrow));
+  // Per position an offset and two weights (12 bytes), for every column and row.
   Scratch<uint8_t> tables((p.wo + p.ho) * 12);
   const int64_t row_len = (p.wo + 31) / 32 * 32;
   Scratch<float> rows(2 * row_len);
   if (!tables || !rows) ORU_FAIL(ORU_RET_ERR_MEMORY);
   int32_t *xofs = reinterpret_cast<int32_t *>(tables.get());
   int32_t *yofs = xofs + p.wo;
-  float *xw = reinterpret_cast<float *>(yofs + p.ho);  // pairs
-  float *yw = xw + 2 * p.wo;                           // pairs
+  float *xa = reinterpret_cast<float *>(yofs + p.ho), *xb = xa + p.wo;
+  float *ya = xb + p.wo, *yb = ya + p.ho;
   const double ifx = 1.0 / (double(p.wo) / double(p.wi)), ify = 1.0 / (double(p.ho) / double(p.hi));
   int64_t xmax = p.wo;
   for (int64_t x = 0; x < p.wo; ++x) {
@@ -72,20 +77,20 @@ uint32_t sample_bilinear_half_pixel(const Planes &p) {
     const int32_t ix = k.index < 0 ? 0 : k.index;
     if (ix + 1 < p.wi) {
       xofs[x] = ix;
-      xw[2 * x] = 1.0f - k.frac;
-      xw[2 * x + 1] = k.frac;
+      xa[x] = 1.0f - k.frac;
+      xb[x] = k.frac;
     } else {
       xofs[x] = int32_t(p.wi - 1);
-      xw[2 * x] = 1.0f;
-      xw[2 * x + 1] = 0.0f;
+      xa[x] = 1.0f;
+      xb[x] = 0.0f;
       if (xmax == p.wo) xmax = x;
     }
   }
   for (int64_t y = 0; y < p.ho; ++y) {
     Coord k = half_pixel(y, ify);
     yofs[y] = k.index;
-    yw[2 * y] = 1.0f - k.frac;
-    yw[2 * y + 1] = k.frac;
+    ya[y] = 1.0f - k.frac;
+    yb[y] = k.frac;
   }
   auto clamp_row = [&](int64_t r) { return r < 0 ? 0 : r > p.hi - 1 ? p.hi - 1 : r; };
   for (int64_t c = 0; c < p.channels; ++c) {
@@ -94,12 +99,6 @@ uint32_t sample_bilinear_half_pixel(const Planes &p) {
     // Two filtered rows kept with their row numbers; when upscaling most output rows reuse them.
     float *buf[2] = {rows.get(), rows.get() + row_len};
     int64_t held[2] = {-1, -1};
-    auto filter = [&](float *dst, int64_t r) {
-      const float *src = in + r * p.wi;
-      int64_t x = 0;
-      for (; x < xmax; ++x) dst[x] = xw[2 * x] * src[xofs[x]] + xw[2 * x + 1] * src[xofs[x] + 1];
-      for (; x < p.wo; ++x) dst[x] = src[xofs[x]];
-    };
     for (int64_t y = 0; y < p.ho; ++y) {
       const int64_t y0 = clamp_row(yofs[y]), y1 = clamp_row(int64_t(yofs[y]) + 1);
       if (held[0] != y0) {
@@ -107,17 +106,15 @@ uint32_t sample_bilinear_half_pixel(const Planes &p) {
           std::swap(buf[0], buf[1]);
           std::swap(held[0], held[1]);
         } else {
-          filter(buf[0], y0);
+          hrow(buf[0], in + y0 * p.wi, xofs, xa, xb, xmax, p.wo);
           held[0] = y0;
         }
       }
       if (held[1] != y1) {
-        filter(buf[1], y1);
+        hrow(buf[1], in + y1 * p.wi, xofs, xa, xb, xmax, p.wo);
         held[1] = y1;
       }
-      const float w0 = yw[2 * y], w1 = yw[2 * y + 1];
-      float *dst = out + y * p.wo;
-      for (int64_t x = 0; x < p.wo; ++x) dst[x] = w0 * buf[0][x] + w1 * buf[1][x];
+      vrow(out + y * p.wo, buf[0], buf[1], ya[y], yb[y], p.wo);
     }
   }
   return ORU_RET_OK;
