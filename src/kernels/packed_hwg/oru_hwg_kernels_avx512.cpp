@@ -4,7 +4,6 @@
 #include "kernels/packed_hwg/oru_hwg_kernels_x86.h"
 #include "kernels/packed_hwg/oru_hwg_kernels_simd.h"
 
-
 namespace {
 
 // 16 output lanes: the low 8 belong to the first group's pixel, the high 8 to the second's.
@@ -22,12 +21,7 @@ struct X86V16 {
   // Zero-masked forms: the same instruction, without the plain forms' undefined source.
   static T max(T a, T b) { return _mm512_maskz_max_ps(0xFFFF, a, b); }
   static T min(T a, T b) { return _mm512_maskz_min_ps(0xFFFF, a, b); }
-  // Halves joined and split by vector shuffles, which compile to one insert or extract.
-  typedef float Half __attribute__((vector_size(32)));
-  static T load_out(const float *p, int64_t gap) {
-    const Half lo = Half(_mm256_loadu_ps(p)), hi = Half(_mm256_loadu_ps(p + gap));
-    return T(__builtin_shufflevector(lo, hi, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15));
-  }
+  // The halves go to the two groups' planes; vector shuffles compile to one extract.
   static void store_out(float *p, int64_t gap, T v) {
     typedef float Full __attribute__((vector_size(64)));
     const Full f = Full(v);

@@ -8,7 +8,6 @@ namespace {
 struct NeonV4 {
   using T = float32x4_t;
   static constexpr int regs = 1, lanes = 4;
-  static T load_out(const float *p, int64_t) { return load(p); }
   static void store_out(float *p, int64_t, T v) { store(p, v); }
   static T load(const float *p) { return vld1q_f32(p); }
   static void store(float *p, T v) { vst1q_f32(p, v); }
@@ -37,7 +36,6 @@ struct NeonV8 {
     float32x4_t lo, hi;
   };
   static constexpr int regs = 2, lanes = 8;
-  static T load_out(const float *p, int64_t) { return load(p); }
   static void store_out(float *p, int64_t, T v) { store(p, v); }
   static T load(const float *p) { return {vld1q_f32(p), vld1q_f32(p + 4)}; }
   static void store(float *p, T v) {

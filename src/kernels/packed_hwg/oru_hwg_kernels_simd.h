@@ -9,6 +9,10 @@
 // at most four such vectors per pixel are alive, and several output pixels share each
 // weight load. Members with one output lane hold the input lanes in one vector and sum it
 // in pairs at the end. Taps outside the input are skipped, as in the plain form.
+//
+// The all-input-groups kernel does the same for a whole output 8-group (or two, in 16-lane
+// vectors) over every input group, keeping the output in registers from the first input
+// group to the last.
 #ifndef ORU_KERNELS_HWG_KERNELS_SIMD_H
 #define ORU_KERNELS_HWG_KERNELS_SIMD_H
 
@@ -37,9 +41,7 @@ struct FullRange {
 
 constexpr int clamp_nx(int n) { return n < 1 ? 1 : n > 12 ? 12 : n; }
 
-// Standard member with O in {8, 4}: vectors of V::lanes output lanes, which are the group's O
-// lanes, or for a pair of 8-groups (V::lanes 16) the lanes of both groups, whose planes lie
-// `gap` floats apart. Each output lane's sum is the same in both cases.
+// Standard member with O in {8, 4}: vectors of the group's O output lanes.
 template <class A, class V, int K, int S, int OW, int I>
 struct StdVecOut {
   static constexpr int O = OW, L = V::lanes;
@@ -48,15 +50,11 @@ struct StdVecOut {
   static constexpr int NX = clamp_nx((A::regs - 3) / (live * V::regs));
   static constexpr int taps = K * K;
   alignas(64) float wt[taps * I * L];  // [tap][input lane][output lane]
-  int64_t gap;
 
-  StdVecOut(const float *w, const float *w_upper = nullptr, int64_t upper_gap = 0) : gap(upper_gap) {
-    for (int a = 0; a < L; ++a) {
-      const float *src = a < O ? w : w_upper;
-      const int r = a < O ? a : a - O;
+  explicit StdVecOut(const float *w) {
+    for (int a = 0; a < L; ++a)
       for (int t = 0; t < taps; ++t)
-        for (int b = 0; b < I; ++b) wt[(t * I + b) * L + a] = src[(r * taps + t) * I + b];
-    }
+        for (int b = 0; b < I; ++b) wt[(t * I + b) * L + a] = w[(a * taps + t) * I + b];
   }
 
   template <int N, class R>
@@ -91,7 +89,7 @@ struct StdVecOut {
         pair1x1<N>(c, 6, rows, ix0);
         for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], c[n]));
       }
-      for (int n = 0; n < N; ++n) V::store_out(dst + n * O, gap, V::add(V::load_out(dst + n * O, gap), a[n]));
+      for (int n = 0; n < N; ++n) V::store(dst + n * O, V::add(V::load(dst + n * O), a[n]));
       return;
     }
     lane<N, R>(a, 0, rows, r, ix0);
@@ -110,7 +108,7 @@ struct StdVecOut {
       lane<N, R>(d, 7, rows, r, ix0);
       for (int n = 0; n < N; ++n) a[n] = V::add(a[n], V::add(b[n], V::add(c[n], d[n])));
     }
-    for (int n = 0; n < N; ++n) V::store_out(dst + n * O, gap, V::add(V::load_out(dst + n * O, gap), a[n]));
+    for (int n = 0; n < N; ++n) V::store(dst + n * O, V::add(V::load(dst + n * O), a[n]));
   }
 };
 

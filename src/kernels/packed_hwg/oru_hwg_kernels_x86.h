@@ -12,7 +12,6 @@ namespace {
 struct X86V8 {
   using T = __m256;
   static constexpr int regs = 1, lanes = 8;
-  static T load_out(const float *p, int64_t) { return load(p); }
   static void store_out(float *p, int64_t, T v) { store(p, v); }
   static T load(const float *p) { return _mm256_loadu_ps(p); }
   static void store(float *p, T v) { _mm256_storeu_ps(p, v); }
@@ -44,7 +43,6 @@ struct X86V8 {
 struct X86V4 {
   using T = __m128;
   static constexpr int regs = 1, lanes = 4;
-  static T load_out(const float *p, int64_t) { return load(p); }
   static void store_out(float *p, int64_t, T v) { store(p, v); }
   static T load(const float *p) { return _mm_loadu_ps(p); }
   static void store(float *p, T v) { _mm_storeu_ps(p, v); }
