@@ -344,6 +344,13 @@ TEST(SampleKernels, EveryFormMatchesPlain) {
         fn(got.data(), ref.data(), h0.data(), 0.375f, 0.625f, n);
         EXPECT_EQ(got, vref) << oru::isa_name(isa) << " n " << n;
       });
+      std::vector<float> picked(static_cast<size_t>(n));
+      oru::sample_pick_row_plain(picked.data(), src.data(), ofs.data(), n);
+      oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::sample_pick_row), [&](oru::Isa isa, auto fn) {
+        std::vector<float> got(static_cast<size_t>(n));
+        fn(got.data(), src.data(), ofs.data(), n);
+        EXPECT_EQ(got, picked) << oru::isa_name(isa) << " n " << n;
+      });
     }
   }
   EXPECT_GE(compared, 21);

@@ -33,13 +33,12 @@ uint32_t sample_nearest(const Planes &p) {
     const int64_t s = int64_t(std::floor(ry * float(y)));
     ys[y] = int32_t(s < p.hi - 1 ? s : p.hi - 1);
   }
+  using PickFn = decltype(&sample_pick_row_plain);
+  static const PickFn pick_row = pick(ORU_KERNEL_FORMS(sample_pick_row));
   for (int64_t c = 0; c < p.channels; ++c) {
     const float *in = p.in + c * p.wi * p.hi;
     float *out = p.out + c * p.wo * p.ho;
-    for (int64_t y = 0; y < p.ho; ++y) {
-      const float *row = in + ys[y] * p.wi;
-      for (int64_t x = 0; x < p.wo; ++x) out[y * p.wo + x] = row[xs[x]];
-    }
+    for (int64_t y = 0; y < p.ho; ++y) pick_row(out + y * p.wo, in + ys[y] * p.wi, xs.get(), p.wo);
   }
   return ORU_RET_OK;
 }

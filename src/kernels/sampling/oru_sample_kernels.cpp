@@ -14,4 +14,8 @@ void sample_vrow_plain(float *dst, const float *h0, const float *h1, float w0, f
   for (int64_t x = 0; x < n; ++x) dst[x] = w0 * h0[x] + w1 * h1[x];
 }
 
+void sample_pick_row_plain(float *dst, const float *src, const int32_t *ofs, int64_t n) {
+  for (int64_t x = 0; x < n; ++x) dst[x] = src[ofs[x]];
+}
+
 }  // namespace oru

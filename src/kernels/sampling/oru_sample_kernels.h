@@ -26,6 +26,12 @@ void sample_vrow_avx2(float *dst, const float *h0, const float *h1, float w0, fl
 void sample_vrow_avx512(float *dst, const float *h0, const float *h1, float w0, float w1, int64_t n);
 void sample_vrow_neon(float *dst, const float *h0, const float *h1, float w0, float w1, int64_t n);
 
+// dst[x] = src[ofs[x]]: one row of nearest sampling.
+void sample_pick_row_plain(float *dst, const float *src, const int32_t *ofs, int64_t n);
+void sample_pick_row_avx2(float *dst, const float *src, const int32_t *ofs, int64_t n);
+void sample_pick_row_avx512(float *dst, const float *src, const int32_t *ofs, int64_t n);
+void sample_pick_row_neon(float *dst, const float *src, const int32_t *ofs, int64_t n);
+
 }  // namespace oru
 
 #endif

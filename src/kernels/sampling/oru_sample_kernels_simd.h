@@ -24,6 +24,13 @@ void sample_hrow_t(float *dst, const float *src, const int32_t *ofs, const float
 }
 
 template <class V>
+void sample_pick_row_t(float *dst, const float *src, const int32_t *ofs, int64_t n) {
+  int64_t x = 0;
+  for (; x + V::W <= n; x += V::W) V::store(dst + x, V::gather(src, V::load_index(ofs + x)));
+  if (x < n) oru::sample_pick_row_plain(dst + x, src, ofs + x, n - x);
+}
+
+template <class V>
 void sample_vrow_t(float *dst, const float *h0, const float *h1, float w0, float w1, int64_t n) {
   const typename V::T a = V::set1(w0), b = V::set1(w1);
   int64_t x = 0;
@@ -41,6 +48,9 @@ void sample_vrow_t(float *dst, const float *h0, const float *h1, float w0, float
   }                                                                                                            \
   void sample_vrow_##suffix(float *dst, const float *h0, const float *h1, float w0, float w1, int64_t n) {      \
     sample_vrow_t<V>(dst, h0, h1, w0, w1, n);                                                                  \
+  }                                                                                                            \
+  void sample_pick_row_##suffix(float *dst, const float *src, const int32_t *ofs, int64_t n) {                 \
+    sample_pick_row_t<V>(dst, src, ofs, n);                                                                    \
   }                                                                                                            \
   }
 
