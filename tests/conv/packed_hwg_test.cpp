@@ -353,6 +353,18 @@ TEST(HwgConvolution, RefusesShapesOutsideTheFamilyWithOneReport) {
     EXPECT_EQ(values_of(out.get()), before);
   }
   oru_conv2d_params ok = hwg_params(3, 4, 3, 1, false);
+  // Elements other than aif32: refused with one report, the output untouched.
+  const int32_t dims[3] = {6, 5, 3};
+  oru_tensor *doubles = oru_create_tensor(3, dims, aif64);
+  InfoPtr info(oru_create_conv2d_hwg_calc_info(in.get(), w.get(), &ok, &workers));
+  std::vector<float> before = values_of(out.get());
+  testing::internal::CaptureStdout();
+  const uint32_t st = oru_tensor_std_conv2d_hwg(out.get(), doubles, w.get(), &ok, info.get());
+  const std::string printed = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(st, ORU_RET_ERR_PARA);
+  EXPECT_EQ(reports_in(printed), 1);
+  EXPECT_EQ(values_of(out.get()), before);
+  oru_release_tensor(&doubles);
   EXPECT_EQ(oru_create_conv2d_hwg_calc_info(in.get(), nullptr, &ok, &workers), nullptr);
   EXPECT_EQ(oru_tensor_std_conv2d_hwg(out.get(), in.get(), w.get(), nullptr, nullptr), ORU_RET_ERR_PARA);
   oru_conv2d_hwg_info *none = nullptr;
