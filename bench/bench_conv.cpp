@@ -1,5 +1,6 @@
-// Convolution on one core: conv methods 0 (direct CHW) and 2 (im2col plus GEMM) with bias,
-// against XNNPACK and OpenCV DNN on the same shapes, in the same run.
+// Convolution on one core: conv methods 0 (direct CHW), 1 (packed HWG, input already in HWG
+// as in a chain of such layers) and 2 (im2col plus GEMM) with bias, against XNNPACK and
+// OpenCV DNN on the same shapes, in the same run.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -73,9 +74,24 @@ void BM_oru(benchmark::State &state) {
   std::memcpy(w->data, k.data(), k.size() * 4);
   uint32_t workers = 1;
   oru_im2col_gemm_info *info = method == 2 ? oru_create_im2col_gemm_calc_info(in, w, &p, &workers) : nullptr;
+  oru_conv2d_hwg_info *hwg = method == 1 ? oru_create_conv2d_hwg_calc_info(in, w, &p, &workers) : nullptr;
+  oru_tensor *in_hwg = nullptr;
+  if (method == 1) {
+    in_hwg = oru_create_tensor(3, in_dims, aif32);
+    oru_tensor_pack_data_chw_to_hwg(in_hwg, in);
+  }
   const bool depthwise = s.groups > 1, pointwise = s.k == 1;
   for (auto _ : state) {
     uint32_t st;
+    if (method == 1) {
+      st = depthwise ? oru_tensor_depthwise_conv2d_hwg(out, in_hwg, w, &p, hwg)
+           : pointwise ? oru_tensor_pointwise_conv2d_hwg(out, in_hwg, w, &p, hwg)
+                       : oru_tensor_std_conv2d_hwg(out, in_hwg, w, &p, hwg);
+      st |= oru_tensor_bias_hwg(out, out, w, &p, &workers);
+      if (st) state.SkipWithError("convolution failed");
+      benchmark::DoNotOptimize(out->data);
+      continue;
+    }
     if (method == 0)
       st = depthwise ? oru_tensor_depthwise_conv2d_chw(out, in, w, &p, &workers)
            : pointwise ? oru_tensor_pointwise_conv2d_chw(out, in, w, &p, &workers)
@@ -90,6 +106,8 @@ void BM_oru(benchmark::State &state) {
   }
   set_counters(state, s);
   if (info) oru_release_im2col_gemm_calc_info(&info);
+  if (hwg) oru_release_conv2d_hwg_calc_info(&hwg);
+  if (in_hwg) oru_release_tensor(&in_hwg);
   oru_release_tensor(&in);
   oru_release_tensor(&out);
   oru_release_tensor(&w);
@@ -167,7 +185,7 @@ void shape_args(benchmark::internal::Benchmark *b) {
 
 }  // namespace
 
-BENCHMARK(BM_oru)->ArgNames({"shape", "method"})->ArgsProduct({{0, 1, 2, 3}, {0, 2}})->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_oru)->ArgNames({"shape", "method"})->ArgsProduct({{0, 1, 2, 3}, {0, 1, 2}})->Unit(benchmark::kMicrosecond);
 #ifdef ORU_HAVE_XNNPACK
 BENCHMARK(BM_xnnpack)->Apply(shape_args)->Unit(benchmark::kMicrosecond);
 #endif

@@ -319,6 +319,28 @@ ORU_API oru_tensor *oru_get_pool2d_inference_data(oru_cg_handle *handle, int32_t
 
 /* ==== Sampling operator ==== */
 
+/* Operator 30: every channel of a float tensor scaled by a factor on each axis. */
+typedef struct oru_cg_sample_params {
+  int32_t mode;          /* 0 nearest, 1 bilinear */
+  float scale_w;         /* factor on dims[0] */
+  float scale_h;         /* factor on dims[1] */
+  int32_t unused;
+  int32_t align_corners; /* 1: corner-aligned bilinear; else half-pixel */
+} oru_cg_sample_params;
+
+typedef struct oru_cg_sample_context {
+  int32_t op_type; /* 30 */
+  oru_tensor *input;
+  oru_tensor *output;
+  oru_cg_sample_params params;
+  uint32_t dev_type;
+} oru_cg_sample_context;
+
+ORU_API uint32_t oru_init_sample_context(oru_cg_handle *handle, int32_t node, const void *params);
+ORU_API uint32_t oru_init_sample_context_inference(oru_cg_handle *handle, int32_t node);
+ORU_API uint32_t oru_uninit_sample_context(void **context);
+ORU_API oru_tensor *oru_get_sample_inference_data(oru_cg_handle *handle, int32_t node);
+
 /* ---- end of Sampling operator ---- */
 
 /* ==== Shape operators ==== */

@@ -1,5 +1,5 @@
 /* face_detect IMAGE.bmp [-o OUT.bmp] [--threshold 0.7] [--iou 0.3] [--repeat N]
- *             [--keep-aspect] [--model PATH] [--method auto|0|2] [--input-size WxH] [--fixed]
+ *             [--keep-aspect] [--model PATH] [--method auto|0|1|2] [--input-size WxH] [--fixed]
  * Prints one "x0 y0 x1 y1 score" line per face, best first, in the image's pixels, and
  * draws the boxes on a copy of the image. --model PATH names a converted model when
  * PATH.net exists (PATH.net beside PATH.weights), else the weight file of the built-in
@@ -24,7 +24,7 @@
 static int usage(void) {
   fprintf(stderr,
           "usage: face_detect IMAGE.bmp [-o OUT.bmp] [--threshold 0.7] [--iou 0.3] [--repeat N] "
-          "[--keep-aspect] [--model PATH] [--method auto|0|2] [--input-size WxH] [--fixed]\n"
+          "[--keep-aspect] [--model PATH] [--method auto|0|1|2] [--input-size WxH] [--fixed]\n"
           "  --model PATH: a converted model if PATH.net exists (PATH.net and PATH.weights;\n"
           "                PATH may be given as PATH.net), else the weight file of the built-in\n"
           "                320x240 graph; by default the shipped converted face network\n"
@@ -78,7 +78,11 @@ int main(int argc, char **argv) {
     else if (!strcmp(a, "--model") && has_value) model = argv[++i], model_given = 1;
     else if (!strcmp(a, "--method") && has_value) {
       const char *m = argv[++i];
-      method = !strcmp(m, "auto") ? (int)ULTRAFACE_METHOD_PER_LAYER : !strcmp(m, "0") ? 0 : !strcmp(m, "2") ? 2 : -1;
+      method = !strcmp(m, "auto") ? (int)ULTRAFACE_METHOD_PER_LAYER
+               : !strcmp(m, "0")  ? 0
+               : !strcmp(m, "1")  ? 1
+               : !strcmp(m, "2")  ? 2
+                                  : -1;
       method_given = 1;
     } else if (!strcmp(a, "--input-size") && has_value) {
       if (sscanf(argv[++i], "%dx%d", &input_w, &input_h) != 2 || input_w < 1 || input_h < 1) return usage();
@@ -119,8 +123,9 @@ int main(int argc, char **argv) {
   size_t plen = strlen(prefix);
   if (!model_given && plen > 8 && !strcmp(prefix + plen - 8, ".weights")) prefix[plen - 8] = '\0';
   if (model_given && plen > 4 && !strcmp(prefix + plen - 4, ".net")) prefix[plen - 4] = '\0';
-  if (backend == ULTRAFACE_BACKEND_FIXED) {
-    /* a network file carries no Q list: fixed point runs the built-in graph */
+  if (backend == ULTRAFACE_BACKEND_FIXED || method == 1) {
+    /* a network file carries no Q list, and the packed method needs the built-in graph's
+     * choice of which layers keep planes: both run the built-in graph */
     net = ultraface_create_backend(model, (uint32_t)method, backend);
   } else if (face_model_exists(prefix)) {
     converted = face_model_create(prefix, input_w, input_h, method_given ? method : ORU_CG_NET_METHOD_FROM_FILE);

@@ -201,7 +201,22 @@ static uint32_t fastest_method(const ultraface_layer *l) {
 /* The same nodes as the builders bind, one layer at a time from the table, so that each
  * convolution can take its own kernel family. The builders take one method per block,
  * and a block pairs a depthwise with a pointwise layer. */
-static uint32_t bind_layers_each_with_its_method(oru_cg_handle *g, int fixed) {
+static int is_head_source(int32_t i) {
+  for (int32_t h = 0; h < 8; ++h)
+    if (heads[h].node == ULTRAFACE_NODE_CONV + i) return 1;
+  return 0;
+}
+
+/* Fixed point has its kernels under the direct method only. Packed HWG layers hand their
+ * interleaved output on to the next layer; the layers that feed the heads' shape operators
+ * keep planes. */
+static uint32_t layer_method(const ultraface_layer *l, int32_t i, int fixed, int packed) {
+  if (fixed) return 0u;
+  if (packed && !is_head_source(i)) return 1u;
+  return fastest_method(l);
+}
+
+static uint32_t bind_layers_each_with_its_method(oru_cg_handle *g, int fixed, int packed) {
   uint32_t st = 0;
   for (int32_t i = 0; i < ULTRAFACE_LAYERS && st == 0; ++i) {
     const ultraface_layer *l = &layers[i];
@@ -215,8 +230,7 @@ static uint32_t bind_layers_each_with_its_method(oru_cg_handle *g, int fixed) {
     p.conv.dilation_w = p.conv.dilation_h = 1;
     p.conv.groups = l->groups;
     p.conv.has_bias = l->bias;
-    /* fixed point has its kernels under the direct method only */
-    st = oru_cg_set_conv_method(g, fixed ? 0u : fastest_method(l));
+    st = oru_cg_set_conv_method(g, layer_method(l, i, fixed, packed));
     if (st) break;
     const int32_t node = ULTRAFACE_NODE_CONV + i;
     if (l->bn) {
@@ -322,7 +336,7 @@ static ultraface *build_fixed(ultraface *u, const char *weights_path) {
   uint32_t st = bind_desc(u->graph, ULTRAFACE_NODE_INPUT, 0, u->input, NULL);
   for (int32_t i = 0; i < ULTRAFACE_LAYERS; ++i)
     st |= bind_desc(u->graph, ULTRAFACE_NODE_WEIGHT + i, 2, u->layer_weights[i], NULL);
-  st |= bind_layers_each_with_its_method(u->graph, 1);
+  st |= bind_layers_each_with_its_method(u->graph, 1, 0);
   if (st != 0) return fail(u, "cannot bind the graph", NULL);
   if (oru_prepare_inference_computation(u->graph) != 0) return fail(u, "cannot prepare the graph", NULL);
   return u;
@@ -466,7 +480,8 @@ ultraface *ultraface_create_backend(const char *weights_path, uint32_t conv_meth
   if (fixed) return build_fixed(u, weights_path);
   u->graph = oru_create_computation_graph_handle(NULL);
   if (!u->graph) return fail(u, "cannot create the graph", NULL);
-  const int per_layer = conv_method == ULTRAFACE_METHOD_PER_LAYER;
+  const int packed = conv_method == 1;
+  const int per_layer = conv_method == ULTRAFACE_METHOD_PER_LAYER || packed;
   if (!per_layer && oru_cg_set_conv_method(u->graph, conv_method) != 0)
     return fail(u, "unknown conv method", NULL);
   if (add_edges(u->graph) != 0 || oru_computation_graph_topo_sort(u->graph) != 0)
@@ -474,7 +489,7 @@ ultraface *ultraface_create_backend(const char *weights_path, uint32_t conv_meth
   uint32_t st = bind_desc(u->graph, ULTRAFACE_NODE_INPUT, 0, u->input, NULL);
   for (int32_t i = 0; i < ULTRAFACE_LAYERS; ++i)
     st |= bind_desc(u->graph, ULTRAFACE_NODE_WEIGHT + i, 2, u->layer_weights[i], NULL);
-  st |= per_layer ? bind_layers_each_with_its_method(u->graph, 0) : bind_backbone_and_heads(u->graph);
+  st |= per_layer ? bind_layers_each_with_its_method(u->graph, 0, packed) : bind_backbone_and_heads(u->graph);
   for (int32_t h = 0; h < 8; ++h) st |= bind_head_reorder(u->graph, h);
   st |= bind_outputs(u->graph);
   if (st != 0) return fail(u, "cannot bind the graph", NULL);

@@ -62,7 +62,9 @@ int32_t ultraface_source_node(int32_t index);
 #define ULTRAFACE_METHOD_PER_LAYER 255u
 
 /* Loads and checks the weight file, builds and prepares the graph. conv_method 0 or 2
- * binds the network with the block builders under that method for every layer;
+ * binds the network with the block builders under that method for every layer; 1 binds
+ * every layer under the packed HWG method but those that feed the heads, which take the
+ * per-layer choice below;
  * ULTRAFACE_METHOD_PER_LAYER binds the same operators layer by layer, each with its
  * fastest method.
  * Null on failure, with a one-line reason on stderr. */

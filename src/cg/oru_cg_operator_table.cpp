@@ -36,7 +36,7 @@ const oru_cg_operator kOperators[ORU_CG_OPERATOR_SLOTS] = {
     /* 27 add                */ {oru_init_add_context, oru_init_binary_context_inference, oru_uninit_binary_context, oru_get_binary_inference_data, oru_get_binary_inference_dev_data},
     /* 28 mul                */ {oru_init_mul_context, oru_init_binary_context_inference, oru_uninit_binary_context, oru_get_binary_inference_data, oru_get_binary_inference_dev_data},
     /* 29 (none)             */ {nullptr, nullptr, nullptr, nullptr, nullptr},
-    /* 30 sample             */ {nullptr, nullptr, nullptr, nullptr, nullptr},
+    /* 30 sample             */ {oru_init_sample_context, oru_init_sample_context_inference, oru_uninit_sample_context, oru_get_sample_inference_data, nullptr},
     /* 31 affine             */ {oru_init_affine_context, oru_init_affine_context_inference, oru_uninit_affine_context, oru_get_affine_inference_data, nullptr},
     /* 32 reshape            */ {oru_init_reshape_context, oru_init_reshape_context_inference, oru_uninit_reshape_context, oru_get_reshape_inference_data, nullptr},
     /* 33 concat             */ {oru_init_concat_context, oru_init_concat_context_inference, oru_uninit_concat_context, oru_get_concat_inference_data, nullptr},

@@ -4,6 +4,7 @@
 #include "kernels/activation/oru_act_kernels.h"
 #include "core/oru_dispatch.h"
 #include "conv/oru_conv_internal.h"
+#include "kernels/packed_hwg/oru_hwg_kernels.h"
 
 namespace oru {
 
@@ -13,6 +14,13 @@ using LineFn = decltype(&bias_act_line_plain);
 
 LineFn line_kernel() {
   static const LineFn k = pick(ORU_KERNEL_FORMS(bias_act_line));
+  return k;
+}
+
+using GroupFn = decltype(&hwg_bias_act_plain);
+
+GroupFn group_kernel() {
+  static const GroupFn k = pick(ORU_KERNEL_FORMS(hwg_bias_act));
   return k;
 }
 
@@ -63,12 +71,10 @@ uint32_t bias_act_hwg(oru_tensor *output, const oru_tensor *input, const oru_ten
     int g = channels - c >= 8 ? 8 : channels - c >= 4 ? 4 : 1;
     const float *xs = x + int64_t(c) * n;
     float *ys = y + int64_t(c) * n;
-    if (g == 1) {
+    if (g == 1)
       line_kernel()(ys, xs, bias[c], n, act);
-    } else {
-      for (int64_t p = 0; p < n; ++p)
-        for (int j = 0; j < g; ++j) ys[p * g + j] = act_scalar(xs[p * g + j] + bias[c + j], act);
-    }
+    else
+      group_kernel()(ys, xs, bias + c, g, n, act);
     c += g;
   }
   return ORU_RET_OK;

@@ -29,17 +29,22 @@ struct Case {
   Array input, weight, expected;
 };
 
-inline std::vector<Case> load_cases() {
-  std::vector<uint8_t> bytes = oru_test::read_file(oru_test::data_path("conv/conv_cases.bin"));
-  std::vector<Case> cases;
-  size_t at = 0;
-  auto take = [&](void *dst, size_t n) {
-    if (at + n > bytes.size()) return false;
-    std::memcpy(dst, bytes.data() + at, n);
-    at += n;
+// Sequential reader of a reference file under tests/data: fixed fields, then arrays of
+// int32 ndims, int32 dims[ndims] and float32 data. Every take fails once the bytes run out.
+class CaseReader {
+ public:
+  CaseReader(const char *file, const char magic[8]) : bytes_(oru_test::read_file(oru_test::data_path(file))) {
+    char m[8];
+    ok_ = take(m, 8) && std::memcmp(m, magic, 8) == 0;
+  }
+  bool ok() const { return ok_; }
+  bool take(void *dst, size_t n) {
+    if (at_ + n > bytes_.size()) return false;
+    std::memcpy(dst, bytes_.data() + at_, n);
+    at_ += n;
     return true;
-  };
-  auto take_array = [&](Array &a) {
+  }
+  bool take_array(Array &a) {
     int32_t nd = 0;
     if (!take(&nd, 4) || nd < 1 || nd > 5) return false;
     a.dims.resize(size_t(nd));
@@ -48,14 +53,23 @@ inline std::vector<Case> load_cases() {
     for (int32_t d : a.dims) n *= size_t(d);
     a.values.resize(n);
     return take(a.values.data(), 4 * n);
-  };
-  char magic[8];
+  }
+
+ private:
+  std::vector<uint8_t> bytes_;
+  size_t at_ = 0;
+  bool ok_ = false;
+};
+
+inline std::vector<Case> load_cases(const char *file = "conv/conv_cases.bin") {
+  CaseReader r(file, "ORUCONV1");
+  std::vector<Case> cases;
   int32_t count = 0;
-  if (!take(magic, 8) || std::memcmp(magic, "ORUCONV1", 8) != 0 || !take(&count, 4)) return cases;
+  if (!r.ok() || !r.take(&count, 4)) return cases;
   for (int32_t i = 0; i < count; ++i) {
     Case c;
-    if (!take(&c.kind, 4) || !take(&c.params, sizeof c.params) || !take(&c.act, 4) || !take(&c.bn_eps, 4) ||
-        !take_array(c.input) || !take_array(c.weight) || !take_array(c.expected))
+    if (!r.take(&c.kind, 4) || !r.take(&c.params, sizeof c.params) || !r.take(&c.act, 4) || !r.take(&c.bn_eps, 4) ||
+        !r.take_array(c.input) || !r.take_array(c.weight) || !r.take_array(c.expected))
       break;
     cases.push_back(std::move(c));
   }
@@ -87,6 +101,13 @@ inline double max_rel_error(const std::vector<float> &got, const std::vector<flo
     if (!(e <= worst)) worst = e;  // NaN counts as the worst
   }
   return worst;
+}
+
+// Number of error reports in captured standard output.
+inline int reports_in(const std::string &out) {
+  int n = 0;
+  for (size_t at = out.find("Error occurred: "); at != std::string::npos; at = out.find("Error occurred: ", at + 1)) ++n;
+  return n;
 }
 
 inline std::string describe(const Case &c) {

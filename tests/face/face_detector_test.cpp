@@ -101,7 +101,7 @@ TEST_P(FaceRaw, ScoresAndLocationsMatchOpenCvDnnOnTheSameInput) {
   for (int i = 0; i < ULTRAFACE_PRIORS; i += 97) EXPECT_NEAR(scores[2 * i] + scores[2 * i + 1], 1.0f, 1e-5f);
 }
 
-INSTANTIATE_TEST_SUITE_P(ConvMethods, FaceRaw, ::testing::Values(0u, 2u, ULTRAFACE_METHOD_PER_LAYER));
+INSTANTIATE_TEST_SUITE_P(ConvMethods, FaceRaw, ::testing::Values(0u, 1u, 2u, ULTRAFACE_METHOD_PER_LAYER));
 
 // Score tolerance 1e-3, the boxes paired one to one at IoU 0.9. The photographs' reference
 // ran OpenCV on the bytes of a NumPy model of the library's resizer (and of its 4:3

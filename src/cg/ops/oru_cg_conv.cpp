@@ -40,8 +40,31 @@ oru_tensor *conv_make_output(const oru_tensor *input, int32_t out_w, int32_t out
   return out;
 }
 
-void conv_release_calc_info(void *calc_info) {
+void *conv_make_calc_info(uint32_t method, const oru_tensor *input, const oru_tensor *weight,
+                          const oru_conv2d_params *params, const uint32_t *conv_workers) {
+  if (method == ORU_CG_CONV_IM2COL_GEMM) return oru_create_im2col_gemm_calc_info(input, weight, params, conv_workers);
+  if (method == ORU_CG_CONV_PACKED_HWG) return oru_create_conv2d_hwg_calc_info(input, weight, params, conv_workers);
+  return nullptr;
+}
+
+uint32_t ConvChwInput::prepare() {
+  if (!input_ || !input_->data || input_->channel_layout != ORU_LAYOUT_HWG) return ORU_RET_OK;
+  temp_ = oru_create_tensor_from_tensor(input_);
+  if (!temp_) ORU_FAIL(ORU_RET_ERR_MEMORY);
+  if (oru_tensor_pack_data_hwg_to_chw(temp_, input_) != ORU_RET_OK) {
+    oru_release_tensor(&temp_);
+    ORU_FAIL(ORU_RET_ERR_PARA);
+  }
+  return ORU_RET_OK;
+}
+
+void conv_release_calc_info(void *calc_info, uint32_t method) {
   if (!calc_info) return;
+  if (method == ORU_CG_CONV_PACKED_HWG) {
+    auto *info = static_cast<oru_conv2d_hwg_info *>(calc_info);
+    oru_release_conv2d_hwg_calc_info(&info);
+    return;
+  }
   auto *info = static_cast<oru_im2col_gemm_info *>(calc_info);
   oru_release_im2col_gemm_calc_info(&info);
 }
@@ -121,8 +144,8 @@ uint32_t init_inference(oru_cg_handle *h, int32_t node, Kind kind) {
   }
   if (!c->output) return ORU_RET_ERR_MEMORY;
   if (kind == Kind::dilated || kind == Kind::transposed) return ORU_RET_OK;
-  if (c->conv_method == ORU_CG_CONV_IM2COL_GEMM) {
-    c->calc_info = oru_create_im2col_gemm_calc_info(c->input, c->weight, &c->params, &c->conv_workers);
+  if (c->conv_method == ORU_CG_CONV_IM2COL_GEMM || c->conv_method == ORU_CG_CONV_PACKED_HWG) {
+    c->calc_info = oru::conv_make_calc_info(c->conv_method, c->input, c->weight, &c->params, &c->conv_workers);
     if (!c->calc_info && kind != Kind::pointwise) return ORU_RET_ERR_MEMORY;
   }
   return ORU_RET_OK;
@@ -131,7 +154,7 @@ uint32_t init_inference(oru_cg_handle *h, int32_t node, Kind kind) {
 uint32_t uninit(void **context) {
   return oru::cg_release_context<oru_conv2d_context>(context, [](oru_conv2d_context *c) {
     if (c->backend == ORU_CG_BACKEND_FIXED && c->weight) oru_release_tensor(&c->weight);
-    oru::conv_release_calc_info(c->calc_info);
+    oru::conv_release_calc_info(c->calc_info, c->conv_method);
   });
 }
 
@@ -139,6 +162,8 @@ using ChwKernel = uint32_t (*)(oru_tensor *, const oru_tensor *, const oru_tenso
                                const uint32_t *);
 using GemmKernel = uint32_t (*)(oru_tensor *, const oru_tensor *, const oru_tensor *, const oru_conv2d_params *,
                                 const oru_im2col_gemm_info *);
+using HwgKernel = uint32_t (*)(oru_tensor *, const oru_tensor *, const oru_tensor *, const oru_conv2d_params *,
+                               const oru_conv2d_hwg_info *);
 
 using FixedKernel = uint32_t (*)(oru_tensor *, int32_t, const oru_tensor *, int32_t, const oru_tensor *, int32_t,
                                  const oru_conv2d_params *, const uint32_t *);
@@ -152,7 +177,7 @@ uint32_t run_fixed(oru_conv2d_context *c, FixedKernel kernel) {
   return st;
 }
 
-uint32_t run(void *context, ChwKernel chw, GemmKernel gemm, FixedKernel fixed) {
+uint32_t run(void *context, ChwKernel chw, GemmKernel gemm, HwgKernel hwg, FixedKernel fixed) {
   auto *c = static_cast<oru_conv2d_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
   if (c->backend == ORU_CG_BACKEND_FIXED) {
@@ -160,20 +185,30 @@ uint32_t run(void *context, ChwKernel chw, GemmKernel gemm, FixedKernel fixed) {
     return run_fixed(c, fixed);
   }
   uint32_t st;
+  oru::ConvChwInput in(c->input);
+  if (c->conv_method == ORU_CG_CONV_DIRECT_CHW || c->conv_method == ORU_CG_CONV_IM2COL_GEMM) {
+    if ((st = in.prepare())) return st;
+    if (in.converted() && c->output) c->output->channel_layout = ORU_LAYOUT_CHW;
+  }
   switch (c->conv_method) {
     case ORU_CG_CONV_DIRECT_CHW:
-      st = chw(c->output, c->input, c->weight, &c->params, &c->conv_workers);
+      st = chw(c->output, in.get(), c->weight, &c->params, &c->conv_workers);
       break;
     case ORU_CG_CONV_IM2COL_GEMM:
-      st = gemm(c->output, c->input, c->weight, &c->params, static_cast<const oru_im2col_gemm_info *>(c->calc_info));
+      st = gemm(c->output, in.get(), c->weight, &c->params, static_cast<const oru_im2col_gemm_info *>(c->calc_info));
       break;
     case ORU_CG_CONV_PACKED_HWG:
-      return ORU_RET_ERR_NOT_SUPPORT;  // refused at bind; kept for a context made by hand
+      if (!c->calc_info) return ORU_RET_ERR_PARA;
+      st = hwg(c->output, c->input, c->weight, &c->params, static_cast<const oru_conv2d_hwg_info *>(c->calc_info));
+      break;
     default:
       return ORU_RET_OK;
   }
   if (st) return st;
-  if (c->params.has_bias == 1) return oru_tensor_bias_chw(c->output, c->output, c->weight, &c->params, &c->conv_workers);
+  if (c->params.has_bias != 1) return ORU_RET_OK;
+  if (c->conv_method == ORU_CG_CONV_PACKED_HWG)
+    return oru_tensor_bias_hwg(c->output, c->output, c->weight, &c->params, &c->conv_workers);
+  return oru_tensor_bias_chw(c->output, c->output, c->weight, &c->params, &c->conv_workers);
   return ORU_RET_OK;
 }
 
@@ -224,15 +259,16 @@ ORU_API oru_tensor *oru_get_conv2d_inference_data(oru_cg_handle *h, int32_t node
 }
 
 uint32_t oru_cg_std_conv2d(void *context) {
-  return run(context, oru_tensor_std_conv2d_chw, oru_tensor_std_conv2d_im2col_gemm, oru_tensor_std_conv2d_chw_fpi16);
+  return run(context, oru_tensor_std_conv2d_chw, oru_tensor_std_conv2d_im2col_gemm, oru_tensor_std_conv2d_hwg,
+             oru_tensor_std_conv2d_chw_fpi16);
 }
 uint32_t oru_cg_depthwise_conv2d(void *context) {
   return run(context, oru_tensor_depthwise_conv2d_chw, oru_tensor_depthwise_conv2d_im2col_gemm,
-             oru_tensor_depthwise_conv2d_chw_fpi16);
+             oru_tensor_depthwise_conv2d_hwg, oru_tensor_depthwise_conv2d_chw_fpi16);
 }
 uint32_t oru_cg_conv2d_1x1(void *context) {
   return run(context, oru_tensor_pointwise_conv2d_chw, oru_tensor_pointwise_conv2d_im2col_gemm,
-             oru_tensor_pointwise_conv2d_chw_fpi16);
+             oru_tensor_pointwise_conv2d_hwg, oru_tensor_pointwise_conv2d_chw_fpi16);
 }
 
 uint32_t oru_cg_dilated_conv2d(void *context) {

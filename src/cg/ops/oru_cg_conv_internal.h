@@ -36,12 +36,10 @@ void conv_resolve_inputs(oru_cg_handle *h, int32_t node, oru_tensor **input, oru
 oru_tensor *conv_make_output(const oru_tensor *input, int32_t out_w, int32_t out_h, int32_t channels,
                              uint32_t dev_type, bool force_storage);
 
-// The packed HWG family is not part of this build, and fixed point has kernels under the
-// direct method only: a node asking for either is refused at init_context rather than left
-// to run float kernels on ai16s data.
+// Fixed point has kernels under the direct method only: a node asking for another method is
+// refused at init_context rather than left to run float kernels on ai16s data.
 inline bool conv_unbuilt_method(const oru_cg_handle *h) {
-  return h->conv_method == ORU_CG_CONV_PACKED_HWG ||
-         (h->backend == ORU_CG_BACKEND_FIXED && h->conv_method != ORU_CG_CONV_DIRECT_CHW);
+  return h->backend == ORU_CG_BACKEND_FIXED && h->conv_method != ORU_CG_CONV_DIRECT_CHW;
 }
 
 // Fixed point at prepare: q_in from the list at the node's data source, q_out at the node;
@@ -63,8 +61,32 @@ void conv_fill_context(Ctx *c, const void *params, const oru_cg_handle *h, uint3
   c->dev_type = h->dev_type;
 }
 
-// Releases the packed kernels a node made at prepare for the im2col method; null is fine.
-void conv_release_calc_info(void *calc_info);
+// The packed kernels of conv method 2 or 1, made once at prepare; null for method 0 or on failure.
+void *conv_make_calc_info(uint32_t method, const oru_tensor *input, const oru_tensor *weight,
+                          const oru_conv2d_params *params, const uint32_t *conv_workers);
+
+// The input of a direct or im2col convolution as CHW planes: the tensor itself, or, when a
+// packed HWG node left it interleaved, a temporary copy laid out as planes for this run.
+class ConvChwInput {
+ public:
+  explicit ConvChwInput(const oru_tensor *input) : input_(input) {}
+  ~ConvChwInput() {
+    if (temp_) oru_release_tensor(&temp_);
+  }
+  ConvChwInput(const ConvChwInput &) = delete;
+  ConvChwInput &operator=(const ConvChwInput &) = delete;
+  // ORU_RET_ERR_MEMORY when the copy can't be made.
+  uint32_t prepare();
+  const oru_tensor *get() const { return temp_ ? temp_ : input_; }
+  bool converted() const { return temp_ != nullptr; }
+
+ private:
+  const oru_tensor *input_;
+  oru_tensor *temp_ = nullptr;
+};
+
+// Releases what conv_make_calc_info made for the method; null is fine.
+void conv_release_calc_info(void *calc_info, uint32_t method);
 
 }  // namespace oru
 

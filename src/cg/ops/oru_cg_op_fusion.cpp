@@ -50,10 +50,27 @@ oru_tensor *fused_output(const oru_tensor *input, const oru_conv2d_params &p, ui
                                dev_type, false);
 }
 
-// The convolution step of both operators under methods 0 and 2.
+// The convolution step of both operators under methods 0, 1 and 2.
+// Convolves by the node's method. one_pass_act >= 0 (direct method only) has the direct
+// kernels apply the weight tensor's bias and that activation as they store the sums.
 uint32_t convolve(uint32_t method, oru_tensor *out, const oru_tensor *in, const oru_tensor *w,
-                  const oru_conv2d_params *p, const uint32_t *workers, const void *calc_info) {
+                  const oru_conv2d_params *p, const uint32_t *workers, const void *calc_info, int one_pass_act) {
+  if (method == ORU_CG_CONV_PACKED_HWG) {
+    const auto *hwg = static_cast<const oru_conv2d_hwg_info *>(calc_info);
+    switch (kind_of(*p)) {
+      case ConvKind::standard: return oru_tensor_std_conv2d_hwg(out, in, w, p, hwg);
+      case ConvKind::pointwise: return oru_tensor_pointwise_conv2d_hwg(out, in, w, p, hwg);
+      case ConvKind::depthwise: return oru_tensor_depthwise_conv2d_hwg(out, in, w, p, hwg);
+      default: return ORU_RET_OK;
+    }
+  }
   const auto *info = static_cast<const oru_im2col_gemm_info *>(calc_info);
+  oru::ConvChwInput chw(in);
+  if (uint32_t st = chw.prepare()) return st;
+  if (chw.converted()) out->channel_layout = ORU_LAYOUT_CHW;
+  in = chw.get();
+  if (method == ORU_CG_CONV_DIRECT_CHW && one_pass_act >= 0)
+    return oru::direct_conv_bias_act_chw(out, in, w, p, workers, one_pass_act);
   switch (kind_of(*p)) {
     case ConvKind::standard:
       return method == 0 ? oru_tensor_std_conv2d_chw(out, in, w, p, workers)
@@ -69,7 +86,14 @@ uint32_t convolve(uint32_t method, oru_tensor *out, const oru_tensor *in, const 
   }
 }
 
-// Activation alone over every element of a CHW output.
+// The bias pass in place over the output in the layout the method leaves it in; on HWG
+// output every activation code runs as on CHW.
+uint32_t bias_act(uint32_t method, oru_tensor *out, const oru_tensor *w, const oru_conv2d_params *p, int act) {
+  if (method == ORU_CG_CONV_PACKED_HWG) return oru::bias_act_hwg(out, out, w, p, act);
+  return oru::bias_act_chw(out, out, w, p, act);
+}
+
+// Activation alone over every element of an output, whatever its layout.
 void activate_all(oru_tensor *t, int act) {
   if (!t || !t->data || t->total_elements < 1) return;
   float *x = static_cast<float *>(t->data);
@@ -133,8 +157,8 @@ ORU_API uint32_t oru_init_conv2d_act_context_inference(oru_cg_handle *h, int32_t
   const oru_conv2d_params &p = c->params.conv;
   if (c->input && c->weight && c->input->ndims >= 3) c->output = fused_output(c->input, p, c->dev_type);
   if (!c->output) ORU_FAIL_MSG(ORU_RET_ERR_MEMORY, oru::kCgOutputFailed);
-  if (c->conv_method == ORU_CG_CONV_IM2COL_GEMM) {
-    c->calc_info = oru_create_im2col_gemm_calc_info(c->input, c->weight, &p, &c->conv_workers);
+  if (c->conv_method == ORU_CG_CONV_IM2COL_GEMM || c->conv_method == ORU_CG_CONV_PACKED_HWG) {
+    c->calc_info = oru::conv_make_calc_info(c->conv_method, c->input, c->weight, &p, &c->conv_workers);
     if (!c->calc_info) return ORU_RET_ERR_MEMORY;
   }
   return ORU_RET_OK;
@@ -170,8 +194,8 @@ ORU_API uint32_t oru_init_conv2d_bn2d_act_context_inference(oru_cg_handle *h, in
     oru_release_tensor(&fused);
     return st;
   }
-  if (c->conv_method == ORU_CG_CONV_IM2COL_GEMM) {
-    c->calc_info = oru_create_im2col_gemm_calc_info(c->input, c->fused_weight, &p, &c->conv_workers);
+  if (c->conv_method == ORU_CG_CONV_IM2COL_GEMM || c->conv_method == ORU_CG_CONV_PACKED_HWG) {
+    c->calc_info = oru::conv_make_calc_info(c->conv_method, c->input, c->fused_weight, &p, &c->conv_workers);
     if (!c->calc_info) return ORU_RET_ERR_MEMORY;
   }
   return ORU_RET_OK;
@@ -180,14 +204,14 @@ ORU_API uint32_t oru_init_conv2d_bn2d_act_context_inference(oru_cg_handle *h, in
 ORU_API uint32_t oru_uninit_conv2d_act_context(void **context) {
   return oru::cg_release_context<oru_conv2d_act_context>(context, [](oru_conv2d_act_context *c) {
     if (c->backend == ORU_CG_BACKEND_FIXED && c->weight) oru_release_tensor(&c->weight);
-    oru::conv_release_calc_info(c->calc_info);
+    oru::conv_release_calc_info(c->calc_info, c->conv_method);
   });
 }
 
 ORU_API uint32_t oru_uninit_conv2d_bn2d_act_context(void **context) {
   return oru::cg_release_context<oru_conv2d_bn2d_act_context>(context, [](oru_conv2d_bn2d_act_context *c) {
     if (c->fused_weight) oru_release_tensor(&c->fused_weight);
-    oru::conv_release_calc_info(c->calc_info);
+    oru::conv_release_calc_info(c->calc_info, c->conv_method);
   });
 }
 
@@ -209,19 +233,18 @@ uint32_t oru_cg_conv2d_act(void *context) {
     if (st != ORU_RET_OK) ORU_REPORT_STATUS(st);
     return st;
   }
-  if (c->conv_method != ORU_CG_CONV_DIRECT_CHW && c->conv_method != ORU_CG_CONV_IM2COL_GEMM)
-    return c->conv_method == ORU_CG_CONV_PACKED_HWG ? ORU_RET_ERR_NOT_SUPPORT : ORU_RET_OK;
-  if (!c->input || !c->output || !c->weight || (c->conv_method == ORU_CG_CONV_IM2COL_GEMM && !c->calc_info))
+  if (c->conv_method > ORU_CG_CONV_IM2COL_GEMM) return ORU_RET_OK;
+  if (!c->input || !c->output || !c->weight || (c->conv_method != ORU_CG_CONV_DIRECT_CHW && !c->calc_info))
     return ORU_RET_ERR_PARA;
   const oru_conv2d_params *p = &c->params.conv;
   const int act = c->params.act;
   // The direct kernels apply the bias and activation as they store the sums.
-  if (c->conv_method == ORU_CG_CONV_DIRECT_CHW && p->has_bias == 1 && act >= 0 && act <= 6)
-    return oru::direct_conv_bias_act_chw(c->output, c->input, c->weight, p, &c->conv_workers, act);
-  if (uint32_t st = convolve(c->conv_method, c->output, c->input, c->weight, p, &c->conv_workers, c->calc_info))
+  const bool one_pass = c->conv_method == ORU_CG_CONV_DIRECT_CHW && p->has_bias == 1 && act >= 0 && act <= 6;
+  if (uint32_t st = convolve(c->conv_method, c->output, c->input, c->weight, p, &c->conv_workers, c->calc_info,
+                             one_pass ? act : -1))
     return st;
-  if (act < 0 || act > 6) return ORU_RET_OK;
-  if (p->has_bias == 1) return oru::bias_act_chw(c->output, c->output, c->weight, p, act);
+  if (one_pass || act < 0 || act > 6) return ORU_RET_OK;
+  if (p->has_bias == 1) return bias_act(c->conv_method, c->output, c->weight, p, act);
   activate_all(c->output, act);
   return ORU_RET_OK;
 }
@@ -237,8 +260,7 @@ uint32_t oru_cg_conv2d_bn2d_act(void *context) {
     return st;
   }
   const bool direct = c->conv_method == ORU_CG_CONV_DIRECT_CHW;
-  if (!direct && c->conv_method != ORU_CG_CONV_IM2COL_GEMM)
-    return c->conv_method == ORU_CG_CONV_PACKED_HWG ? ORU_RET_ERR_NOT_SUPPORT : ORU_RET_OK;
+  if (c->conv_method > ORU_CG_CONV_IM2COL_GEMM) return ORU_RET_OK;
   if (!c->input || !c->output || !c->fused_weight || (!direct && !c->calc_info)) {
     if (direct) printf("ORU_ERROR: Invalid Input Params\n");
     return ORU_RET_ERR_PARA;
@@ -247,19 +269,17 @@ uint32_t oru_cg_conv2d_bn2d_act(void *context) {
   const int act = c->params.act;
   // The fused bias always exists, whatever has_bias says; the direct kernels apply it and
   // the activation as they store the sums.
-  const bool in_one_pass = direct && act >= 0 && act <= 6;
-  if (uint32_t st = in_one_pass ? oru::direct_conv_bias_act_chw(c->output, c->input, c->fused_weight, p,
-                                                                &c->conv_workers, act)
-                                : convolve(c->conv_method, c->output, c->input, c->fused_weight, p,
-                                           &c->conv_workers, c->calc_info)) {
+  const bool one_pass = direct && act >= 0 && act <= 6;
+  if (uint32_t st = convolve(c->conv_method, c->output, c->input, c->fused_weight, p, &c->conv_workers,
+                             c->calc_info, one_pass ? act : -1)) {
     if (direct) {
       int idx = oru::message_index(st);
       printf("ORU_ERROR: %s\n", idx >= 0 ? oru_error_string[idx] : "");
     }
     return st;
   }
-  if (in_one_pass || act < 0 || act > 6) return ORU_RET_OK;
-  return oru::bias_act_chw(c->output, c->output, c->fused_weight, p, act);
+  if (one_pass || act < 0 || act > 6) return ORU_RET_OK;
+  return bias_act(c->conv_method, c->output, c->fused_weight, p, act);
 }
 
 }  // extern "C"

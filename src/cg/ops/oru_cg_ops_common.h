@@ -63,6 +63,7 @@ uint32_t oru_cg_tensor_reshape(void *context);
 uint32_t oru_cg_channel_concat(void *context);
 uint32_t oru_cg_tensor_split(void *context);
 uint32_t oru_cg_channel_shuffle(void *context);
+uint32_t oru_cg_sample(void *context);
 }
 
 #endif
