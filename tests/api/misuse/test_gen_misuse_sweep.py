@@ -52,6 +52,7 @@ def test_flat_patterns_spare_functions_that_take_records(tmp_path):
     assert '{"oru_slow_thing", "takes minutes"}' in table
     assert "kMisuseExclusionCount = 3;" in table
     assert "oru_table" not in table and "oru_commented_out" not in table
+    assert '#include "oru_a.h"' in table  # the declarations come with the table
 
 
 def test_skip_leaves_out_any_function(tmp_path):
