@@ -43,13 +43,16 @@ void free_range(oru_darray *a, int64_t first, int64_t last) {
 
 extern "C" {
 
+// The string hooks return nothing, so a missing slot is ignored, as the system's free ignores null.
 ORU_API void oru_darray_element_str_cpy(void *destination, const void *source, uint32_t) {
+  if (!destination || !source) return;
   const char *s = *static_cast<char *const *>(source);
   *static_cast<char **>(destination) = s ? strdup(s) : nullptr;
 }
 
 ORU_API void oru_darray_element_str_free(void *slot_address) {
   char **s = static_cast<char **>(slot_address);
+  if (!s) return;
   std::free(*s);  // strdup's memory comes from the system heap
   *s = nullptr;
 }

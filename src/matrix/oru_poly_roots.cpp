@@ -3,6 +3,7 @@
 #include <cmath>
 #include <complex>
 
+#include "core/oru_report.h"
 #include "oru_matrix.h"
 
 extern "C" {
@@ -35,7 +36,10 @@ void complex_sqrt(double u, double v, double &re, double &im) {
 
 extern "C" {
 
+// The result of the solvers counts real roots, it isn't a status: without an array they
+// refuse with a report and the count 0, which claims no root.
 ORU_API int32_t oru_solve_p2(double *x, double a, double b) {
+  if (!x) ORU_FAIL_MSG(0, oru_error_string[1]);
   double d = a * a - 4.0 * b;
   if (d >= 0.0) {
     double sd = std::sqrt(d);
@@ -51,6 +55,7 @@ ORU_API int32_t oru_solve_p2(double *x, double a, double b) {
 }
 
 ORU_API int32_t oru_solve_p3(double *x, double a, double b, double c) {
+  if (!x) ORU_FAIL_MSG(0, oru_error_string[1]);
   double a2 = a * a;
   double q = (a2 - 3.0 * b) / 9.0;
   double r = ((2.0 * a2 - 9.0 * b) * a + 27.0 * c) / 54.0;
@@ -80,6 +85,7 @@ ORU_API int32_t oru_solve_p3(double *x, double a, double b, double c) {
 }
 
 ORU_API int32_t oru_solve_p4(double *x, double a, double b, double c, double d) {
+  if (!x) ORU_FAIL_MSG(0, oru_error_string[1]);
   const double a4 = a / 4.0;
   const double b1 = b - 0.375 * a * a;
   const double c1 = c + (a / 2.0) * (a * a / 4.0 - b);
@@ -197,7 +203,9 @@ ORU_API int32_t oru_solve_p4(double *x, double a, double b, double c, double d) 
   return real;
 }
 
+// Returns nothing, so missing arrays are ignored.
 ORU_API void oru_solve_quartic(const double *factors, double *roots) {
+  if (!factors || !roots) return;
   using cd = std::complex<double>;
   const double a4 = factors[0], a3 = factors[1], a2 = factors[2], a1 = factors[3], a0 = factors[4];
   const double a4_2 = a4 * a4, a4_3 = a4_2 * a4, a3_2 = a3 * a3;

@@ -35,6 +35,15 @@ double norm2(const oru_matrix *m) {
   return std::sqrt(s);
 }
 
+bool present(const oru_matrix *m) { return m && m->data; }
+
+// Every matrix that the creation makes whatever nerrs is; a record that didn't come from
+// oru_create_lm_optimizer may lack them.
+bool has_storage(const oru_lm_optimizer *o) {
+  return o && present(o->mask) && present(o->prev_param) && present(o->param) && present(o->JtJ) &&
+         present(o->JtJN) && present(o->JtErr) && present(o->JtJV) && present(o->JtJW);
+}
+
 // Relative change of the pose-sized head of the parameter vector.
 double relative_change(oru_lm_optimizer *o) {
   const int32_t count = o->param->rows < 6 ? o->param->rows : 6;
@@ -52,8 +61,10 @@ double relative_change(oru_lm_optimizer *o) {
 extern "C" {
 
 ORU_API uint32_t oru_small_mat_transpose_mul_mat(oru_matrix *dst, const oru_matrix *src) {
+  if (!dst || !src) ORU_FAIL_MSG(ORU_RET_ERR_PARA, oru_error_string[1]);
   const int32_t n = src->cols;
   if (dst->rows != dst->cols || dst->rows != n) return ORU_RET_ERR_PARA;
+  if (n > 0 && (!dst->data || (src->rows > 0 && !src->data))) ORU_FAIL_MSG(ORU_RET_ERR_PARA, oru_error_string[1]);
   for (int32_t i = 0; i < n; ++i) {
     double *d = reinterpret_cast<double *>(static_cast<char *>(dst->data) + dst->stride * i);
     for (int32_t j = 0; j < n; ++j) d[j] = 0.0;
@@ -121,6 +132,7 @@ ORU_API oru_lm_optimizer *oru_create_lm_optimizer(int32_t nparams, int32_t nerrs
 }
 
 ORU_API uint32_t oru_lm_optimizer_step(oru_lm_optimizer *o) {
+  if (!has_storage(o)) ORU_FAIL_MSG(ORU_RET_ERR_PARA, oru_error_string[1]);
   const int32_t n = o->param->rows;
   const uint8_t *mask = static_cast<const uint8_t *>(o->mask->data);
   const double lambda = std::exp(o->lambda_lg10 * 2.302585092994046);
@@ -159,8 +171,14 @@ ORU_API uint32_t oru_lm_optimizer_step(oru_lm_optimizer *o) {
 
 ORU_API uint32_t oru_lm_optimizer_update(oru_matrix **param, oru_matrix **J, oru_matrix **err,
                                          oru_lm_optimizer *o) {
-  *J = nullptr;
-  *err = nullptr;
+  // The result orders the caller to go on or not, it isn't a status: a refusal hands out
+  // nothing and gives 0, the end, so that no caller's loop goes on with it.
+  if (J) *J = nullptr;
+  if (err) *err = nullptr;
+  if (!param || !J || !err || !has_storage(o) || !present(o->J) || !present(o->err)) {
+    if (param) *param = nullptr;
+    ORU_FAIL_MSG(0, oru_error_string[1]);
+  }
   switch (o->state) {
     case kDone:
       *param = o->param;
@@ -216,9 +234,13 @@ ORU_API uint32_t oru_lm_optimizer_update(oru_matrix **param, oru_matrix **J, oru
 
 ORU_API uint32_t oru_lm_optimizer_update_alt(oru_matrix **param, oru_matrix **JtJ, oru_matrix **JtErr,
                                              double **err_norm, oru_lm_optimizer *o) {
-  *JtJ = nullptr;
-  *JtErr = nullptr;
-  *err_norm = nullptr;
+  if (JtJ) *JtJ = nullptr;
+  if (JtErr) *JtErr = nullptr;
+  if (err_norm) *err_norm = nullptr;
+  if (!param || !JtJ || !JtErr || !err_norm || !has_storage(o)) {  // refused as in the other form
+    if (param) *param = nullptr;
+    ORU_FAIL_MSG(0, oru_error_string[1]);
+  }
   switch (o->state) {
     case kDone:
       *param = o->param;

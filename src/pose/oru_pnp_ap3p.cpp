@@ -2,6 +2,7 @@
 // quartic in the cosine of one angle. No allocation, no shared state.
 #include <cmath>
 
+#include "core/oru_report.h"
 #include "oru_matrix.h"
 #include "oru_pose.h"
 
@@ -25,6 +26,8 @@ extern "C" {
 
 ORU_API int32_t compute_poses(const double *features, const double *world, double *rotations,
                               double *translations) {
+  // The result counts solutions: a missing array gets a report and no solution.
+  if (!features || !world || !rotations || !translations) ORU_FAIL_MSG(0, oru_error_string[1]);
   const V3 b1 = column(features, 0), b2 = column(features, 1), b3 = column(features, 2);
   const V3 p1 = column(world, 0), p2 = column(world, 1), p3 = column(world, 2);
 

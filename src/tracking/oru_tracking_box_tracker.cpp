@@ -42,6 +42,13 @@ float *elements(const oru_matrix *m) { return static_cast<float *>(m->data); }
 // Element (r, c) of a packed aif32 matrix of the filter.
 float &at(oru_matrix *m, int r, int c) { return elements(m)[r * m->cols + c]; }
 
+// A tracker record that didn't come from oru_create_kalman_box_tracker may lack the filter
+// and the matrices that the track reads directly.
+bool has_storage(const oru_kalman_box_tracker *t) {
+  return t->filter && t->filter->state_post && t->filter->state_post->data && t->measurement &&
+         t->measurement->data;
+}
+
 }  // namespace
 
 extern "C" {
@@ -94,6 +101,7 @@ ORU_API uint32_t oru_release_kalman_box_tracker(oru_kalman_box_tracker **tracker
 
 ORU_API uint32_t oru_kalman_box_tracker_predict(float *out_box, oru_kalman_box_tracker *tracker) {
   if (!out_box || !tracker) return ORU_RET_ERR_PARA;
+  if (!has_storage(tracker)) ORU_FAIL_MSG(ORU_RET_ERR_PARA, oru_error_string[1]);
   float *post = elements(tracker->filter->state_post);
   // An area about to go through zero stops shrinking instead.
   if (post[2] + post[6] <= 0.0f) post[6] = 0.0f;
@@ -114,6 +122,7 @@ ORU_API uint32_t oru_kalman_box_tracker_predict(float *out_box, oru_kalman_box_t
 
 ORU_API uint32_t oru_kalman_box_tracker_update(const float *box, oru_kalman_box_tracker *tracker) {
   if (!box || !tracker) return ORU_RET_ERR_PARA;
+  if (!has_storage(tracker)) ORU_FAIL_MSG(ORU_RET_ERR_PARA, oru_error_string[1]);
   tracker->time_since_update = 0;
   tracker->hits += 1;
   tracker->hit_streak += 1;
@@ -124,6 +133,7 @@ ORU_API uint32_t oru_kalman_box_tracker_update(const float *box, oru_kalman_box_
 
 ORU_API uint32_t oru_kalman_box_tracker_get_state(float *out_box, const oru_kalman_box_tracker *tracker) {
   if (!out_box || !tracker) return ORU_RET_ERR_PARA;
+  if (!has_storage(tracker)) ORU_FAIL_MSG(ORU_RET_ERR_PARA, oru_error_string[1]);
   oru::state_to_box(elements(tracker->filter->state_post), out_box);
   return ORU_RET_OK;
 }
