@@ -1,11 +1,5 @@
 // AVX-512 forms of the binary element-wise kernels; the body is the shared x86-64 one.
-#include <immintrin.h>
-
-// GCC 12 takes the deliberately undefined pass-through operand inside its AVX-512
-// intrinsics for an uninitialised variable.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
+#include "kernels/simd/oru_simd_avx512.h"
 
 #include <cstdint>
 

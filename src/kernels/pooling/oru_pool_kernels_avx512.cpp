@@ -1,8 +1,4 @@
-// GCC 12 flags the deliberately undefined pass-through operand inside its own AVX-512 headers.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-#include <immintrin.h>
+#include "kernels/simd/oru_simd_avx512.h"
 
 #include "kernels/pooling/oru_pool_kernels.h"
 #include "kernels/pooling/oru_pool_kernels_simd.h"
