@@ -220,7 +220,7 @@ ORU_API uint32_t oru_init_bias_context_inference(oru_cg_handle *handle, int32_t 
   for (int64_t k = 0; k < n; ++k) {
     const int32_t s = cg_in_edge(handle, node, int32_t(k));
     const int32_t op = cg_op_type(handle, s);
-    if (op == 2) {
+    if (op == ORU_CG_OP_WEIGHT) {
       oru_tensor *w = cg_source_tensor(handle, s);
       if (handle->backend == ORU_CG_BACKEND_FIXED) {
         // The bias is quantised with its own Q into a copy that this node owns.
