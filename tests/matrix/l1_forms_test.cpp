@@ -9,6 +9,7 @@
 
 #include "core/oru_dispatch.h"
 #include "matrix/oru_l1_kernels.h"
+#include "oru_form_tester.h"
 #include "oru_test_util.h"
 
 namespace {
@@ -30,57 +31,41 @@ bool same_bits(T a, T b) {
   return std::memcmp(&a, &b, sizeof(T)) == 0 || (std::isnan(a) && std::isnan(b));
 }
 
-// Runs every form of a binary kernel on the same operands, at offset 1 so that no
-// vector load is aligned, and compares with the plain form. ulps 0 means bit for bit.
+// The binary kernels through the form tester, one test per instruction set: swept lengths
+// and offsets, special values, dst aliasing the first operand, a guard past the end.
+class L1BinaryForms : public ::testing::TestWithParam<oru::Isa> {};
+ORU_FORM_SUITE(L1BinaryForms);
+
 template <typename T, typename Fn>
-void check_binary(const oru::KernelForms<Fn> &forms, const char *name, int ulps_allowed, bool nonzero_b) {
-  int forms_seen = 0;
-  oru::for_each_runnable_form(forms, [&](oru::Isa isa, Fn f) {
-    ++forms_seen;
-    uint32_t seed = 1;
-    for (int64_t n : lengths()) {
-      auto a = values<T>(size_t(n) + 1, seed++);
-      auto b = values<T>(size_t(n) + 1, seed++, nonzero_b ? 0.5 : -100.0, 100.0);
-      std::vector<T> want(size_t(n) + 1, T(-7)), got(size_t(n) + 1, T(-7));
-      forms.plain(want.data() + 1, n, a.data() + 1, b.data() + 1);
-      f(got.data() + 1, n, a.data() + 1, b.data() + 1);
-      ASSERT_EQ(got[0], T(-7)) << "wrote before the start";
-      for (int64_t i = 1; i <= n; ++i) {
-        if (ulps_allowed == 0)
-          ASSERT_TRUE(same_bits(got[size_t(i)], want[size_t(i)]))
-              << name << " " << oru::isa_name(isa) << " n=" << n << " i=" << i << ": " << got[size_t(i)] << " vs "
-              << want[size_t(i)];
-        else
-          ASSERT_NEAR(got[size_t(i)], want[size_t(i)], std::abs(want[size_t(i)]) * ulps_allowed * 1.2e-7)
-              << name << " " << oru::isa_name(isa) << " n=" << n;
-      }
-      // dst may be one of the operands.
-      std::vector<T> in_place = a;
-      f(in_place.data() + 1, n, in_place.data() + 1, b.data() + 1);
-      for (int64_t i = 1; i <= n; ++i)
-        ASSERT_TRUE(ulps_allowed > 0 || same_bits(in_place[size_t(i)], want[size_t(i)])) << name << " in place";
-    }
-  });
-  EXPECT_GE(forms_seen, 1);
+void check_binary(Fn plain, Fn form, double max_ulps = 0, bool specials = true) {
+  oru_test::ElementwiseCheck c;
+  c.inputs = 2, c.any_nan = true, c.max_ulps = max_ulps, c.specials = specials;
+  oru_test::check_elementwise<T>(plain, form, c, [](Fn f, T *y, const T *const *x, int64_t n) { f(y, n, x[0], x[1]); });
 }
 
-TEST(L1Forms, BinaryFloatKernelsMatchThePlainFormBitForBit) {
-  check_binary<float>(ORU_KERNEL_FORMS(oru::add_real32), "add32", 0, false);
-  check_binary<float>(ORU_KERNEL_FORMS(oru::sub_real32), "sub32", 0, false);
-  check_binary<float>(ORU_KERNEL_FORMS(oru::mul_real32), "mul32", 0, false);
-  check_binary<double>(ORU_KERNEL_FORMS(oru::add_real64), "add64", 0, false);
-  check_binary<double>(ORU_KERNEL_FORMS(oru::sub_real64), "sub64", 0, false);
-  check_binary<double>(ORU_KERNEL_FORMS(oru::mul_real64), "mul64", 0, false);
-  check_binary<double>(ORU_KERNEL_FORMS(oru::div_real64), "div64", 0, true);
-}
+#define ORU_CHECK_BINARY(T, k, ...)                            \
+  do {                                                         \
+    ORU_FORM_UNDER_TEST(f, ORU_KERNEL_FORMS(oru::k), #k);      \
+    check_binary<T>(oru::k##_plain, f, ##__VA_ARGS__);         \
+  } while (0)
 
-TEST(L1Forms, FloatDivisionIsExactOnX86AndCloseOnArm) {
+TEST_P(L1BinaryForms, FloatBitForBit) {
+  ORU_CHECK_BINARY(float, add_real32);
+  ORU_CHECK_BINARY(float, sub_real32);
+  ORU_CHECK_BINARY(float, mul_real32);
 #if defined(__aarch64__)
   // The reciprocal estimate with three refinement steps lands within a few ulp.
-  check_binary<float>(ORU_KERNEL_FORMS(oru::div_real32), "div32", 4, true);
+  ORU_CHECK_BINARY(float, div_real32, 4, false);
 #else
-  check_binary<float>(ORU_KERNEL_FORMS(oru::div_real32), "div32", 0, true);
+  ORU_CHECK_BINARY(float, div_real32);
 #endif
+}
+
+TEST_P(L1BinaryForms, DoubleBitForBit) {
+  ORU_CHECK_BINARY(double, add_real64);
+  ORU_CHECK_BINARY(double, sub_real64);
+  ORU_CHECK_BINARY(double, mul_real64);
+  ORU_CHECK_BINARY(double, div_real64);
 }
 
 TEST(L1Forms, FastExponentialFormsAgreeBitForBit) {
