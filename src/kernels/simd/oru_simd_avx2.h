@@ -31,8 +31,9 @@ struct Avx2 {
   // The instruction's own rule: b unless a is the larger (smaller), so a NaN in either gives b.
   static V max(V a, V b) { return _mm256_max_ps(a, b); }
   static V min(V a, V b) { return _mm256_min_ps(a, b); }
-  // a > b ? a : b, the plain forms' comparison.
+  // a > b ? a : b and a < b ? a : b, the plain forms' comparisons.
   static V pick_gt(V a, V b) { return _mm256_max_ps(a, b); }
+  static V pick_lt(V a, V b) { return _mm256_min_ps(a, b); }
   static V select_ge(V a, V b, V t, V f) { return _mm256_blendv_ps(f, t, _mm256_cmp_ps(a, b, _CMP_GE_OQ)); }
   static V select_gt(V a, V b, V t, V f) { return _mm256_blendv_ps(f, t, _mm256_cmp_ps(a, b, _CMP_GT_OQ)); }
   // y, with x wherever x is a NaN.
@@ -59,6 +60,10 @@ struct Avx2 {
   }
 
   // The even and the odd elements of 2 * kLanes floats, and back.
+  static V load_even(const float *p) {
+    const V s = _mm256_shuffle_ps(load(p), load(p + kLanes), 0x88);
+    return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(s), 0xD8));
+  }
   static void load_pairs(const float *p, V &even, V &odd) {
     const V lo = load(p), hi = load(p + kLanes);
     even = _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(lo, hi, 0x88)), 0xD8));

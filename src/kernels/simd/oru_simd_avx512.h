@@ -41,6 +41,7 @@ struct Avx512 {
   static V max(V a, V b) { return _mm512_max_ps(a, b); }
   static V min(V a, V b) { return _mm512_min_ps(a, b); }
   static V pick_gt(V a, V b) { return _mm512_max_ps(a, b); }
+  static V pick_lt(V a, V b) { return _mm512_min_ps(a, b); }
   static V select_ge(V a, V b, V t, V f) { return _mm512_mask_blend_ps(_mm512_cmp_ps_mask(a, b, _CMP_GE_OQ), f, t); }
   static V select_gt(V a, V b, V t, V f) { return _mm512_mask_blend_ps(_mm512_cmp_ps_mask(a, b, _CMP_GT_OQ), f, t); }
   static V keep_nan(V y, V x) { return _mm512_mask_blend_ps(_mm512_cmp_ps_mask(x, x, _CMP_UNORD_Q), y, x); }
@@ -54,6 +55,10 @@ struct Avx512 {
   static float hmax(V v) { return _mm512_reduce_max_ps(v); }
   static float hsum(V v) { return _mm512_reduce_add_ps(v); }
 
+  static V load_even(const float *p) {
+    const __m512i ei = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
+    return _mm512_permutex2var_ps(load(p), ei, load(p + kLanes));
+  }
   static void load_pairs(const float *p, V &even, V &odd) {
     const __m512i ei = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
     const __m512i oi = _mm512_setr_epi32(1, 3, 5, 7, 9, 11, 13, 15, 17, 19, 21, 23, 25, 27, 29, 31);

@@ -30,8 +30,9 @@ struct Neon {
   // The instruction's own rule: a NaN in either operand gives NaN.
   static V max(V a, V b) { return vmaxq_f32(a, b); }
   static V min(V a, V b) { return vminq_f32(a, b); }
-  // a > b ? a : b, the plain forms' comparison (vmaxq would pass a NaN on).
+  // a > b ? a : b and a < b ? a : b, the plain forms' comparisons (vmaxq would pass a NaN on).
   static V pick_gt(V a, V b) { return vbslq_f32(vcgtq_f32(a, b), a, b); }
+  static V pick_lt(V a, V b) { return vbslq_f32(vcltq_f32(a, b), a, b); }
   static V select_ge(V a, V b, V t, V f) { return vbslq_f32(vcgeq_f32(a, b), t, f); }
   static V select_gt(V a, V b, V t, V f) { return vbslq_f32(vcgtq_f32(a, b), t, f); }
   static V keep_nan(V y, V x) { return vbslq_f32(vmvnq_u32(vceqq_f32(x, x)), x, y); }
@@ -45,6 +46,7 @@ struct Neon {
   static float hmax(V v) { return vmaxvq_f32(v); }
   static float hsum(V v) { return vaddvq_f32(v); }
 
+  static V load_even(const float *p) { return vld2q_f32(p).val[0]; }
   static void load_pairs(const float *p, V &even, V &odd) {
     const float32x4x2_t ab = vld2q_f32(p);
     even = ab.val[0];
