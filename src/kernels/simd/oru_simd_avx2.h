@@ -79,12 +79,15 @@ struct Avx2 {
 struct Avx2D {
   using V = __m256d;
   static constexpr int64_t kLanes = 4;
+  static constexpr bool kMasked = false;
   static V load(const double *p) { return _mm256_loadu_pd(p); }
   static void store(double *p, V v) { _mm256_storeu_pd(p, v); }
   static V set1(double s) { return _mm256_set1_pd(s); }
   static V zero() { return _mm256_setzero_pd(); }
   static V add(V a, V b) { return _mm256_add_pd(a, b); }
+  static V sub(V a, V b) { return _mm256_sub_pd(a, b); }
   static V mul(V a, V b) { return _mm256_mul_pd(a, b); }
+  static V div(V a, V b) { return _mm256_div_pd(a, b); }
 };
 
 }  // namespace

@@ -77,12 +77,18 @@ struct Avx512 {
 struct Avx512D {
   using V = __m512d;
   static constexpr int64_t kLanes = 8;
+  static constexpr bool kMasked = true;
   static V load(const double *p) { return _mm512_loadu_pd(p); }
   static void store(double *p, V v) { _mm512_storeu_pd(p, v); }
+  static __mmask8 mask(int64_t n) { return static_cast<__mmask8>((1u << n) - 1u); }
+  static V load_tail(const double *p, int64_t n) { return _mm512_maskz_loadu_pd(mask(n), p); }
+  static void store_tail(double *p, V v, int64_t n) { _mm512_mask_storeu_pd(p, mask(n), v); }
   static V set1(double s) { return _mm512_set1_pd(s); }
   static V zero() { return _mm512_setzero_pd(); }
   static V add(V a, V b) { return _mm512_add_pd(a, b); }
+  static V sub(V a, V b) { return _mm512_sub_pd(a, b); }
   static V mul(V a, V b) { return _mm512_mul_pd(a, b); }
+  static V div(V a, V b) { return _mm512_div_pd(a, b); }
 };
 
 }  // namespace

@@ -11,8 +11,8 @@ namespace simd {
 namespace {
 
 // y[i] = op(x[i]); plain(y, x, count) finishes where the ISA has no masks.
-template <typename S, typename Op, typename Plain>
-void map1(float *y, const float *x, int64_t n, Op op, Plain plain) {
+template <typename S, typename T, typename Op, typename Plain>
+void map1(T *y, const T *x, int64_t n, Op op, Plain plain) {
   int64_t i = 0;
   for (; i + S::kLanes <= n; i += S::kLanes) S::store(y + i, op(S::load(x + i)));
   if (i == n) return;
@@ -23,8 +23,8 @@ void map1(float *y, const float *x, int64_t n, Op op, Plain plain) {
 }
 
 // y[i] = op(a[i], b[i]); plain(y, a, b, count) finishes where the ISA has no masks.
-template <typename S, typename Op, typename Plain>
-void map2(float *y, const float *a, const float *b, int64_t n, Op op, Plain plain) {
+template <typename S, typename T, typename Op, typename Plain>
+void map2(T *y, const T *a, const T *b, int64_t n, Op op, Plain plain) {
   int64_t i = 0;
   for (; i + S::kLanes <= n; i += S::kLanes) S::store(y + i, op(S::load(a + i), S::load(b + i)));
   if (i == n) return;

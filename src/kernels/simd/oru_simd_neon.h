@@ -63,12 +63,15 @@ struct Neon {
 struct NeonD {
   using V = float64x2_t;
   static constexpr int64_t kLanes = 2;
+  static constexpr bool kMasked = false;
   static V load(const double *p) { return vld1q_f64(p); }
   static void store(double *p, V v) { vst1q_f64(p, v); }
   static V set1(double s) { return vdupq_n_f64(s); }
   static V zero() { return vdupq_n_f64(0.0); }
   static V add(V a, V b) { return vaddq_f64(a, b); }
+  static V sub(V a, V b) { return vsubq_f64(a, b); }
   static V mul(V a, V b) { return vmulq_f64(a, b); }
+  static V div(V a, V b) { return vdivq_f64(a, b); }
 };
 
 }  // namespace
