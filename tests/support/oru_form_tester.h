@@ -78,11 +78,16 @@ struct ElementwiseCheck {
   // Two NaN operands: which one an add returns depends on operand order, which the compiler
   // may swap in the plain form; then any NaN matches any NaN.
   bool any_nan = false;
+  // Each operand has in_scale * n + in_extra readable elements (a row kernel reads past n);
+  // in_place: also run with y == x[0].
+  int64_t in_scale = 1, in_extra = 0;
+  bool in_place = true;
 };
 
 // Runs plain and form through call(fn, y, x, n) (x: the operand arrays) on every swept length,
 // at start offsets 0, 1 and 3, out of place and in place (y == x[0]), with guard elements
-// before and after y that must stay untouched; compares element by element.
+// before and after y that must stay untouched; compares element by element. y starts as a
+// sentinel value, so a kernel that accumulates into y is checked as well.
 template <typename T, typename Fn, typename Call>
 void check_elementwise(Fn plain, Fn form, const ElementwiseCheck &c, Call call) {
   constexpr int64_t kGuard = 16;
@@ -92,15 +97,19 @@ void check_elementwise(Fn plain, Fn form, const ElementwiseCheck &c, Call call) 
     for (int64_t off : {0, 1, 3}) {
       std::vector<std::vector<T>> in;
       std::vector<const T *> x;
-      for (int k = 0; k < c.inputs; ++k) in.push_back(hostile_values<T>(size_t(off + n), c.lo, c.hi, c.specials, seed++));
+      const int64_t len = c.in_scale * n + c.in_extra;
+      for (int k = 0; k < c.inputs; ++k) in.push_back(hostile_values<T>(size_t(off + len), c.lo, c.hi, c.specials, seed++));
       for (auto &v : in) x.push_back(v.data() + off);
       std::vector<T> want(size_t(off + n + kGuard), sentinel), got = want;
       call(plain, want.data() + off, x.data(), n);
       call(form, got.data() + off, x.data(), n);
-      std::vector<T> inplace = in[0];
-      inplace.resize(size_t(off + n + kGuard), sentinel);
-      x[0] = inplace.data() + off;
-      call(form, inplace.data() + off, x.data(), n);
+      std::vector<T> inplace = got;
+      if (c.in_place) {
+        inplace = in[0];
+        inplace.resize(size_t(off + n + kGuard), sentinel);
+        x[0] = inplace.data() + off;
+        call(form, inplace.data() + off, x.data(), n);
+      }
       for (int64_t i = 0; i < off + n + kGuard; ++i) {
         const bool inside = i >= off && i < off + n;
         for (const std::vector<T> *out : {&got, &inplace}) {
