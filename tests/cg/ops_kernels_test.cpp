@@ -47,10 +47,15 @@ TEST(ActKernels, HswishValuesFromTheFormula) {
   EXPECT_NEAR(y[5], 10.0, 1e-5);
 }
 
-TEST(ActKernels, SigmoidFormsWithinFewUlpOfDouble) {
+// Every form, the plain one too, against double-precision references.
+class ActOracle : public ::testing::TestWithParam<Isa> {};
+ORU_FORM_SUITE_WITH_PLAIN(ActOracle);
+
+TEST_P(ActOracle, SigmoidFormsWithinFewUlpOfDouble) {
+  ORU_SKIP_UNLESS_FORM(ORU_KERNEL_FORMS(oru::sigmoid_f32), "sigmoid_f32");
   for (int64_t n : kLengths) {
     auto x = oru_test::random_values<float>(n, -30.0, 30.0, 21u + uint32_t(n));
-    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::sigmoid_f32), [&](Isa isa, auto f) {
+    oru_test::run_form(ORU_KERNEL_FORMS(oru::sigmoid_f32), GetParam(), [&](Isa isa, auto f) {
       std::vector<float> y(n);
       f(y.data(), x.data(), n);
       for (int64_t i = 0; i < n; ++i) {
@@ -62,7 +67,8 @@ TEST(ActKernels, SigmoidFormsWithinFewUlpOfDouble) {
   }
 }
 
-TEST(ActKernels, SigmoidExtremesFollowExpf) {
+TEST_P(ActOracle, SigmoidExtremesFollowExpf) {
+  ORU_SKIP_UNLESS_FORM(ORU_KERNEL_FORMS(oru::sigmoid_f32), "sigmoid_f32");
   // e^x overflows above about 88.72: the quotient inf / inf is NaN, as with expf.
   const float x[] = {-200.0f, -90.0f, -87.0f, 0.0f, 88.0f, 89.0f, 200.0f, std::numeric_limits<float>::infinity(),
                      -std::numeric_limits<float>::infinity(), std::nanf("")};
@@ -72,7 +78,7 @@ TEST(ActKernels, SigmoidExtremesFollowExpf) {
   // Pad to a full vector of each width so the vector body, not the tail, sees them.
   std::vector<float> xs(32, 0.0f);
   std::copy(x, x + n, xs.begin());
-  oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::sigmoid_f32), [&](Isa isa, auto f) {
+  oru_test::run_form(ORU_KERNEL_FORMS(oru::sigmoid_f32), GetParam(), [&](Isa isa, auto f) {
     std::vector<float> y(32);
     f(y.data(), xs.data(), 32);
     for (int64_t i = 0; i < n; ++i) {
@@ -96,7 +102,8 @@ void softmax_reference(std::vector<double> &y, const std::vector<float> &x, int6
   }
 }
 
-TEST(ActKernels, SoftmaxFormsAgainstDoubleReference) {
+TEST_P(ActOracle, SoftmaxFormsAgainstDoubleReference) {
+  ORU_SKIP_UNLESS_FORM(ORU_KERNEL_FORMS(oru::softmax_rows_f32), "softmax_rows_f32");
   std::mt19937 gen(5);
   for (int trial = 0; trial < 40; ++trial) {
     const int64_t len = trial < 10 ? 2 : 1 + int64_t(gen() % 70);
@@ -104,7 +111,7 @@ TEST(ActKernels, SoftmaxFormsAgainstDoubleReference) {
     auto x = oru_test::random_values<float>(size_t(rows * len), -20.0, 20.0, 100u + trial);
     std::vector<double> ref;
     softmax_reference(ref, x, rows, len);
-    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::softmax_rows_f32), [&](Isa isa, auto f) {
+    oru_test::run_form(ORU_KERNEL_FORMS(oru::softmax_rows_f32), GetParam(), [&](Isa isa, auto f) {
       // In place, as the graph runs it.
       std::vector<float> y = x;
       f(y.data(), y.data(), rows, len);
@@ -120,11 +127,12 @@ TEST(ActKernels, SoftmaxFormsAgainstDoubleReference) {
   }
 }
 
-TEST(ActKernels, SoftmaxHugeAndEqualRows) {
+TEST_P(ActOracle, SoftmaxHugeAndEqualRows) {
+  ORU_SKIP_UNLESS_FORM(ORU_KERNEL_FORMS(oru::softmax_rows_f32), "softmax_rows_f32");
   for (int64_t len : {2, 5, 37}) {
     std::vector<float> x(size_t(3 * len), 7.0f);
     for (int64_t i = 0; i < len; ++i) x[size_t(len + i)] = i == 0 ? 1e30f : 0.0f;
-    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::softmax_rows_f32), [&](Isa isa, auto f) {
+    oru_test::run_form(ORU_KERNEL_FORMS(oru::softmax_rows_f32), GetParam(), [&](Isa isa, auto f) {
       std::vector<float> y(x.size());
       f(y.data(), x.data(), 3, len);
       for (int64_t i = 0; i < len; ++i) {

@@ -7,6 +7,7 @@
 
 #include "image/oru_image_kernels.h"
 #include "image_test_util.h"
+#include "oru_form_tester.h"
 
 using namespace oru_image_test;
 
@@ -242,15 +243,19 @@ TEST(ImageColorKernels, ArmRunsMatchTheirTwinAndStayWithinOne) {
 }
 
 // Every vector form of every row kernel against the plain form, on lengths that hit each tail.
-TEST(ImageColorKernels, VectorFormsMatchPlain) {
+class ImageColorForms : public ::testing::TestWithParam<oru::Isa> {};
+ORU_FORM_SUITE(ImageColorForms);
+
+TEST_P(ImageColorForms, VectorFormsMatchPlain) {
   using namespace oru;
   const auto gray = ORU_KERNEL_FORMS(bgr_to_gray_row);
   const auto yuv = ORU_KERNEL_FORMS(yuv420_to_bgr_rows);
+  ORU_SKIP_UNLESS_FORM(yuv, "yuv420_to_bgr_rows");
   for (int32_t n : {0, 1, 2, 7, 15, 16, 17, 31, 32, 33, 48, 63, 64, 65, 100, 257}) {
     const auto bgr = random_bytes(size_t(3 * n) + 1, uint32_t(n));
     std::vector<uint8_t> want(size_t(n) + 1, 0xAB);
     gray.plain(want.data(), bgr.data(), n);
-    for_each_runnable_form(gray, [&](Isa isa, auto fn) {
+    oru_test::run_form(gray, GetParam(), [&](Isa isa, auto fn) {
       std::vector<uint8_t> got(size_t(n) + 1, 0xAB);
       fn(got.data(), bgr.data(), n);
       EXPECT_EQ(got, want) << isa_name(isa) << " n=" << n;
@@ -259,7 +264,7 @@ TEST(ImageColorKernels, VectorFormsMatchPlain) {
     const auto y = random_bytes(2 * size_t(e) + 2, uint32_t(n) + 100), uv = random_bytes(size_t(e) + 2, uint32_t(n) + 200);
     std::vector<uint8_t> w0(3 * size_t(e) + 1, 0xCD), w1 = w0;
     yuv.plain(w0.data(), w1.data(), y.data(), y.data() + e, uv.data(), uv.data() + e / 2 + 1, e);
-    for_each_runnable_form(yuv, [&](Isa isa, auto fn) {
+    oru_test::run_form(yuv, GetParam(), [&](Isa isa, auto fn) {
       std::vector<uint8_t> g0(3 * size_t(e) + 1, 0xCD), g1 = g0;
       fn(g0.data(), g1.data(), y.data(), y.data() + e, uv.data(), uv.data() + e / 2 + 1, e);
       EXPECT_EQ(g0, w0) << isa_name(isa) << " n=" << e;

@@ -33,8 +33,8 @@ bool same_bits(T a, T b) {
 
 // The binary kernels through the form tester, one test per instruction set: swept lengths
 // and offsets, special values, dst aliasing the first operand, a guard past the end.
-class L1BinaryForms : public ::testing::TestWithParam<oru::Isa> {};
-ORU_FORM_SUITE(L1BinaryForms);
+class L1Forms : public ::testing::TestWithParam<oru::Isa> {};
+ORU_FORM_SUITE(L1Forms);
 
 template <typename T, typename Fn>
 void check_binary(Fn plain, Fn form, double max_ulps = 0, bool specials = true) {
@@ -49,7 +49,7 @@ void check_binary(Fn plain, Fn form, double max_ulps = 0, bool specials = true) 
     check_binary<T>(oru::k##_plain, f, ##__VA_ARGS__);         \
   } while (0)
 
-TEST_P(L1BinaryForms, FloatBitForBit) {
+TEST_P(L1Forms, FloatBitForBit) {
   ORU_CHECK_BINARY(float, add_real32);
   ORU_CHECK_BINARY(float, sub_real32);
   ORU_CHECK_BINARY(float, mul_real32);
@@ -61,16 +61,17 @@ TEST_P(L1BinaryForms, FloatBitForBit) {
 #endif
 }
 
-TEST_P(L1BinaryForms, DoubleBitForBit) {
+TEST_P(L1Forms, DoubleBitForBit) {
   ORU_CHECK_BINARY(double, add_real64);
   ORU_CHECK_BINARY(double, sub_real64);
   ORU_CHECK_BINARY(double, mul_real64);
   ORU_CHECK_BINARY(double, div_real64);
 }
 
-TEST(L1Forms, FastExponentialFormsAgreeBitForBit) {
+TEST_P(L1Forms, FastExponentialFormsAgreeBitForBit) {
+  ORU_SKIP_UNLESS_FORM(ORU_KERNEL_FORMS(oru::fast_expl), "fast_expl");
   const auto forms = ORU_KERNEL_FORMS(oru::fast_expl);
-  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto f) {
+  oru_test::run_form(forms, GetParam(), [&](oru::Isa isa, auto f) {
     uint32_t seed = 100;
     for (int64_t n : lengths()) {
       auto x = values<double>(size_t(n), seed++, -760.0, 760.0);
@@ -88,9 +89,10 @@ TEST(L1Forms, FastExponentialFormsAgreeBitForBit) {
   });
 }
 
-TEST(L1Forms, SigmoidFormsStayWithinTwoUlpOfTheSystemExponential) {
+TEST_P(L1Forms, SigmoidFormsStayWithinTwoUlpOfTheSystemExponential) {
+  ORU_SKIP_UNLESS_FORM(ORU_KERNEL_FORMS(oru::sigmoid_real32), "sigmoid_real32");
   const auto forms = ORU_KERNEL_FORMS(oru::sigmoid_real32);
-  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto f) {
+  oru_test::run_form(forms, GetParam(), [&](oru::Isa isa, auto f) {
     uint32_t seed = 200;
     for (int64_t n : lengths()) {
       auto x = values<float>(size_t(n), seed++, -110.0, 95.0);
@@ -114,8 +116,8 @@ TEST(L1Forms, SigmoidFormsStayWithinTwoUlpOfTheSystemExponential) {
 }
 
 template <typename S, typename D, typename Fn>
-void check_conversion(const oru::KernelForms<Fn> &forms, double lo, double hi, std::vector<S> specials) {
-  oru::for_each_runnable_form(forms, [&](oru::Isa isa, Fn f) {
+void check_conversion(oru::Isa isa_under_test, const oru::KernelForms<Fn> &forms, double lo, double hi, std::vector<S> specials) {
+  oru_test::run_form(forms, isa_under_test, [&](oru::Isa isa, Fn f) {
     uint32_t seed = 300;
     for (int64_t n : lengths()) {
       std::vector<S> src = values<S>(size_t(n) + 1, seed++, lo, hi);
@@ -131,13 +133,14 @@ void check_conversion(const oru::KernelForms<Fn> &forms, double lo, double hi, s
   });
 }
 
-TEST(L1Forms, ConversionFormsAgreeBitForBit) {
-  check_conversion<uint8_t, float>(ORU_KERNEL_FORMS(oru::cvt_ai8u_to_aif32), 0, 255.99, {0, 255, 128});
+TEST_P(L1Forms, ConversionFormsAgreeBitForBit) {
+  ORU_SKIP_UNLESS_FORM(ORU_KERNEL_FORMS(oru::cvt_ai8u_to_aif32), "cvt_ai8u_to_aif32");
+  check_conversion<uint8_t, float>(GetParam(), ORU_KERNEL_FORMS(oru::cvt_ai8u_to_aif32), 0, 255.99, {0, 255, 128});
   // Halves decide between the even neighbours; out-of-range values saturate.
-  check_conversion<float, uint8_t>(ORU_KERNEL_FORMS(oru::cvt_aif32_to_ai8u), -300, 300,
+  check_conversion<float, uint8_t>(GetParam(), ORU_KERNEL_FORMS(oru::cvt_aif32_to_ai8u), -300, 300,
                                    {0.5f, 1.5f, 2.5f, 254.5f, 255.5f, -0.5f, -0.7f, 300.0f, -1.0f, NAN, 1e9f});
-  check_conversion<float, double>(ORU_KERNEL_FORMS(oru::cvt_aif32_to_aif64), -1e30, 1e30, {NAN, INFINITY, 1e-40f});
-  check_conversion<double, float>(ORU_KERNEL_FORMS(oru::cvt_aif64_to_aif32), -1e30, 1e30,
+  check_conversion<float, double>(GetParam(), ORU_KERNEL_FORMS(oru::cvt_aif32_to_aif64), -1e30, 1e30, {NAN, INFINITY, 1e-40f});
+  check_conversion<double, float>(GetParam(), ORU_KERNEL_FORMS(oru::cvt_aif64_to_aif32), -1e30, 1e30,
                                   {NAN, 1e39, 1e-46, 0.1, 1.0 + 1e-8});
 }
 

@@ -18,21 +18,40 @@
 
 namespace oru_test {
 
-// The vector instruction sets as test parameters: Suite.Test/avx2 and so on.
-#define ORU_FORM_SUITE(suite)                                                                         \
+// The vector instruction sets as test parameters: Suite.Test/avx2 and so on. A suite that
+// holds every form, the plain one too, to an independent oracle adds plain.
+#define ORU_FORM_SUITE(suite)                                                                               \
   INSTANTIATE_TEST_SUITE_P(Forms, suite, ::testing::Values(oru::Isa::avx2, oru::Isa::avx512, oru::Isa::neon), \
-                           [](const ::testing::TestParamInfo<oru::Isa> &info) { return std::string(oru::isa_name(info.param)); })
+                           ::oru_test::isa_param_name)
+#define ORU_FORM_SUITE_WITH_PLAIN(suite)                                                                 \
+  INSTANTIATE_TEST_SUITE_P(Forms, suite,                                                                 \
+                           ::testing::Values(oru::Isa::plain, oru::Isa::avx2, oru::Isa::avx512, oru::Isa::neon), \
+                           ::oru_test::isa_param_name)
 
-// `var` = the form of `forms` for the test's instruction set, or the test is skipped saying why.
-#define ORU_FORM_UNDER_TEST(var, forms, name)                                                      \
-  const auto var = (forms).form(GetParam());                                                       \
-  if (!var) {                                                                                      \
+inline std::string isa_param_name(const ::testing::TestParamInfo<oru::Isa> &info) { return oru::isa_name(info.param); }
+
+// Skips the test, naming the form, unless `forms` has a form for the test's instruction set
+// that this host runs.
+#define ORU_SKIP_UNLESS_FORM(forms, name)                                                          \
+  if (!(forms).form(GetParam())) {                                                                 \
     GTEST_SKIP() << name << "_" << oru::isa_name(GetParam()) << " is not built for this architecture"; \
   }                                                                                                \
   if (!oru::isa_runs_here(GetParam())) {                                                           \
     GTEST_SKIP() << name << "_" << oru::isa_name(GetParam()) << " cannot run on this host";        \
   }                                                                                                \
   static_assert(true, "")
+
+// `var` = the form of `forms` for the test's instruction set, or the test is skipped saying why.
+#define ORU_FORM_UNDER_TEST(var, forms, name) \
+  ORU_SKIP_UNLESS_FORM(forms, name);          \
+  const auto var = (forms).form(GetParam())
+
+// Calls visit(isa, form) with the form of `forms` for `isa`, when it exists and runs here.
+template <typename Fn, typename Visit>
+void run_form(const oru::KernelForms<Fn> &forms, oru::Isa isa, Visit &&visit) {
+  const Fn f = forms.form(isa);
+  if (f && oru::isa_runs_here(isa)) visit(isa, f);
+}
 
 // Lengths 0 to three widest vectors and a tail, and a few long ones: every whole-vector
 // count and every tail of every instruction set.
