@@ -49,8 +49,8 @@ uint32_t sigmoid_forward(void *context) {
 uint32_t softmax_forward(void *context) {
   auto *c = static_cast<oru_cg_unary_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
-  if (c->dev_type == 1 || c->dev_type == 3) return ORU_RET_ERR_PARA;
-  if (c->dev_type == 2) return ORU_RET_OK;
+  if (c->dev_type == kCgDeviceExternal1 || c->dev_type == kCgDeviceExternal3) return ORU_RET_ERR_PARA;
+  if (c->dev_type == kCgDeviceExternal2) return ORU_RET_OK;
   const oru_tensor *in = c->input;
   oru_tensor *out = c->output;
   if (!in || !out || in->ndims < 1 || in->ndims != out->ndims) return ORU_RET_ERR_PARA;
@@ -242,9 +242,9 @@ ORU_API uint32_t oru_init_bias_context_inference(oru_cg_handle *handle, int32_t 
     }
   }
   if (c->input_a && c->input_b && !c->output) {
-    if (handle->dev_type == 3)
+    if (handle->dev_type == kCgDeviceExternal3)
       c->output = oru_create_tensor_header(c->input_a->ndims, c->input_a->dims, c->input_a->type);
-    else if (handle->dev_type == 1)
+    else if (handle->dev_type == kCgDeviceExternal1)
       c->output = oru_create_tensor_from_tensor(c->input_a);
     else
       c->output = c->input_a;
