@@ -6,9 +6,5 @@
 ORU_L1_BINARY_FORMS(avx2, ::oru::simd::Avx2, ::oru::simd::Avx2D)
 
 namespace oru {
-
-void div_real32_avx2(float *d, int64_t n, const float *a, const float *b) {
-  l1_simd::binary<simd::Avx2, l1_simd::Div>(d, n, a, b, div_real32_plain);
-}
-
+ORU_L1_BINARY_FORM(div_real32, avx2, float, simd::Avx2, Div)
 }  // namespace oru

@@ -6,9 +6,5 @@
 ORU_L1_BINARY_FORMS(avx512, ::oru::simd::Avx512, ::oru::simd::Avx512D)
 
 namespace oru {
-
-void div_real32_avx512(float *d, int64_t n, const float *a, const float *b) {
-  l1_simd::binary<simd::Avx512, l1_simd::Div>(d, n, a, b, div_real32_plain);
-}
-
+ORU_L1_BINARY_FORM(div_real32, avx512, float, simd::Avx512, Div)
 }  // namespace oru

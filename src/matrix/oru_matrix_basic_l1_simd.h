@@ -38,29 +38,19 @@ void binary(T *d, int64_t n, const T *a, const T *b, void (*plain)(T *, int64_t,
 }  // namespace oru
 
 // The binary kernels of one instruction set: F and D are its float and double traits.
-#define ORU_L1_BINARY_FORMS(isa, F, D)                                                                   \
-  namespace oru {                                                                                          \
-  void add_real32_##isa(float *d, int64_t n, const float *a, const float *b) {                             \
-    l1_simd::binary<F, l1_simd::Add>(d, n, a, b, add_real32_plain);                                        \
-  }                                                                                                        \
-  void sub_real32_##isa(float *d, int64_t n, const float *a, const float *b) {                             \
-    l1_simd::binary<F, l1_simd::Sub>(d, n, a, b, sub_real32_plain);                                        \
-  }                                                                                                        \
-  void mul_real32_##isa(float *d, int64_t n, const float *a, const float *b) {                             \
-    l1_simd::binary<F, l1_simd::Mul>(d, n, a, b, mul_real32_plain);                                        \
-  }                                                                                                        \
-  void add_real64_##isa(double *d, int64_t n, const double *a, const double *b) {                          \
-    l1_simd::binary<D, l1_simd::Add>(d, n, a, b, add_real64_plain);                                        \
-  }                                                                                                        \
-  void sub_real64_##isa(double *d, int64_t n, const double *a, const double *b) {                          \
-    l1_simd::binary<D, l1_simd::Sub>(d, n, a, b, sub_real64_plain);                                        \
-  }                                                                                                        \
-  void mul_real64_##isa(double *d, int64_t n, const double *a, const double *b) {                          \
-    l1_simd::binary<D, l1_simd::Mul>(d, n, a, b, mul_real64_plain);                                        \
-  }                                                                                                        \
-  void div_real64_##isa(double *d, int64_t n, const double *a, const double *b) {                          \
-    l1_simd::binary<D, l1_simd::Div>(d, n, a, b, div_real64_plain);                                        \
-  }                                                                                                        \
+#define ORU_L1_BINARY_FORM(k, isa, T, S, Op)                                             \
+  void k##_##isa(T *d, int64_t n, const T *a, const T *b) {                                \
+    l1_simd::binary<S, l1_simd::Op>(d, n, a, b, k##_plain);                                \
+  }
+#define ORU_L1_BINARY_FORMS(isa, F, D)                 \
+  namespace oru {                                      \
+  ORU_L1_BINARY_FORM(add_real32, isa, float, F, Add)   \
+  ORU_L1_BINARY_FORM(sub_real32, isa, float, F, Sub)   \
+  ORU_L1_BINARY_FORM(mul_real32, isa, float, F, Mul)   \
+  ORU_L1_BINARY_FORM(add_real64, isa, double, D, Add)  \
+  ORU_L1_BINARY_FORM(sub_real64, isa, double, D, Sub)  \
+  ORU_L1_BINARY_FORM(mul_real64, isa, double, D, Mul)  \
+  ORU_L1_BINARY_FORM(div_real64, isa, double, D, Div)  \
   }
 
 #endif

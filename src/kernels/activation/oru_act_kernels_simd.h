@@ -100,4 +100,21 @@ void softmax_rows(float *y, const float *x, int64_t rows, int64_t len) {
 }  // namespace act_simd
 }  // namespace oru
 
+// The activation forms of one instruction set, S its float traits.
+#define ORU_ACT_FORMS(isa, S)                                                                   \
+  namespace oru {                                                                               \
+  void relu_f32_##isa(float *y, const float *x, int64_t n) { act_simd::relu<S>(y, x, n); }       \
+  void sigmoid_f32_##isa(float *y, const float *x, int64_t n) { act_simd::sigmoid<S>(y, x, n); } \
+  void hswish_f32_##isa(float *y, const float *x, int64_t n) { act_simd::hswish<S>(y, x, n); }   \
+  void add_f32_##isa(float *out, const float *a, const float *b, int64_t n) {                   \
+    act_simd::add<S>(out, a, b, n);                                                             \
+  }                                                                                             \
+  void add_scalar_f32_##isa(float *out, const float *a, float s, int64_t n) {                   \
+    act_simd::add_scalar<S>(out, a, s, n);                                                      \
+  }                                                                                             \
+  void softmax_rows_f32_##isa(float *y, const float *x, int64_t rows, int64_t len) {            \
+    act_simd::softmax_rows<S>(y, x, rows, len);                                                 \
+  }                                                                                             \
+  }
+
 #endif
