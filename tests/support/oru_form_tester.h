@@ -12,6 +12,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "core/oru_dispatch.h"
@@ -63,19 +64,25 @@ inline std::vector<int64_t> swept_lengths() {
 }
 
 // Random values in [lo, hi], a quarter of them replaced by ±0, NaN of both signs, ±inf,
-// denormals and the largest finite values when `specials`.
-// `extra`: values of the kernel's own edges, mixed in likewise.
+// denormals and the largest finite values when `specials`, and by the kernel's own edge
+// values `extra`.
 template <typename T>
 std::vector<T> hostile_values(size_t n, double lo, double hi, bool specials, uint32_t seed,
                               const std::vector<double> &extra = {}) {
   using L = std::numeric_limits<T>;
-  std::vector<T> special = {T(0), -T(0), L::quiet_NaN(), -L::quiet_NaN(), L::infinity(), -L::infinity(),
-                            L::denorm_min(), -L::denorm_min(), L::min() / T(3), L::max(), -L::max()};
+  std::vector<T> special;
+  if constexpr (std::is_floating_point<T>::value) {
+    if (specials)
+      special = {T(0), -T(0), L::quiet_NaN(), -L::quiet_NaN(), L::infinity(), -L::infinity(),
+                 L::denorm_min(), -L::denorm_min(), L::min() / T(3), L::max(), -L::max()};
+  } else if (specials) {
+    special = {L::min(), L::max()};
+  }
   for (double e : extra) special.push_back(T(e));
   std::mt19937 gen(seed);
   std::uniform_real_distribution<double> dist(lo, hi);
   std::vector<T> v(n);
-  for (auto &x : v) x = specials && gen() % 4 == 0 ? special[gen() % special.size()] : T(dist(gen));
+  for (auto &x : v) x = !special.empty() && gen() % 4 == 0 ? special[gen() % special.size()] : T(dist(gen));
   return v;
 }
 
@@ -95,7 +102,7 @@ double ulps(T a, T b) {
 struct ElementwiseCheck {
   int inputs = 1;             // operand arrays
   double lo = -100, hi = 100; // range of the random values
-  bool specials = true;       // mix in the special values
+  bool specials = true;       // mix in the special values (extra always)
   double max_ulps = 0;        // 0: bit for bit
   double abs_tol = 0;         // with max_ulps: also close enough within this (denormal results)
   std::vector<double> extra;  // the kernel's own edge values, mixed in with the specials
@@ -108,31 +115,34 @@ struct ElementwiseCheck {
   bool in_place = true;
 };
 
-// Runs plain and form through call(fn, y, x, n) (x: the operand arrays) on every swept length,
-// at start offsets 0, 1 and 3, out of place and in place (y == x[0]), with guard elements
-// before and after y that must stay untouched; compares element by element. y starts as a
-// sentinel value, so a kernel that accumulates into y is checked as well.
-template <typename T, typename Fn, typename Call>
+// Runs plain and form through call(fn, y, x, n) (x: the operand arrays of element type In,
+// y of T) on every swept length, at start offsets 0, 1 and 3, out of place and in place
+// (y == x[0], when In is T), with guard elements before and after y that must stay
+// untouched; compares element by element. y starts as a sentinel value, so a kernel that
+// accumulates into y is checked as well.
+template <typename T, typename In = T, typename Fn, typename Call>
 void check_elementwise(Fn plain, Fn form, const ElementwiseCheck &c, Call call) {
   constexpr int64_t kGuard = 16;
-  const T sentinel = T(-1234.5);
+  const T sentinel = std::is_floating_point<T>::value ? T(-1234.5) : T(0x5A);
   uint32_t seed = 1;
   for (int64_t n : swept_lengths())
     for (int64_t off : {0, 1, 3}) {
-      std::vector<std::vector<T>> in;
-      std::vector<const T *> x;
+      std::vector<std::vector<In>> in;
+      std::vector<const In *> x;
       const int64_t len = c.in_scale * n + c.in_extra;
-      for (int k = 0; k < c.inputs; ++k) in.push_back(hostile_values<T>(size_t(off + len), c.lo, c.hi, c.specials, seed++, c.extra));
+      for (int k = 0; k < c.inputs; ++k) in.push_back(hostile_values<In>(size_t(off + len), c.lo, c.hi, c.specials, seed++, c.extra));
       for (auto &v : in) x.push_back(v.data() + off);
       std::vector<T> want(size_t(off + n + kGuard), sentinel), got = want;
       call(plain, want.data() + off, x.data(), n);
       call(form, got.data() + off, x.data(), n);
       std::vector<T> inplace = got;
-      if (c.in_place) {
-        inplace = in[0];
-        inplace.resize(size_t(off + n + kGuard), sentinel);
-        x[0] = inplace.data() + off;
-        call(form, inplace.data() + off, x.data(), n);
+      if constexpr (std::is_same<T, In>::value) {
+        if (c.in_place) {
+          inplace = in[0];
+          inplace.resize(size_t(off + n + kGuard), sentinel);
+          x[0] = inplace.data() + off;
+          call(form, inplace.data() + off, x.data(), n);
+        }
       }
       for (int64_t i = 0; i < off + n + kGuard; ++i) {
         const bool inside = i >= off && i < off + n;
@@ -147,10 +157,10 @@ void check_elementwise(Fn plain, Fn form, const ElementwiseCheck &c, Call call) 
           const T w = want[size_t(i)];
           if (c.max_ulps == 0) {
             ASSERT_TRUE(same_bits(g, w) || (c.any_nan && std::isnan(g) && std::isnan(w))) << (out == &got ? "" : "in place ") << "n=" << n << " off=" << off
-                                         << " i=" << i << ": " << g << " vs plain " << w;
+                                         << " i=" << i << ": " << double(g) << " vs plain " << double(w);
           } else {
             ASSERT_TRUE(ulps(g, w) <= c.max_ulps || std::fabs(double(g) - double(w)) <= c.abs_tol) << (out == &got ? "" : "in place ") << "n=" << n << " i=" << i << ": "
-                                              << g << " vs plain " << w;
+                                              << double(g) << " vs plain " << double(w);
           }
         }
       }
