@@ -94,7 +94,7 @@ TEST_P(L1Forms, ConversionFormsAgreeBitForBit) {
   check_conversion<uint8_t, float>(oru::cvt_ai8u_to_aif32_plain, u8_f32, 0, 255.99, {255, 128});
   // Halves decide between the even neighbours; out-of-range values saturate.
   check_conversion<float, uint8_t>(oru::cvt_aif32_to_ai8u_plain, f32_u8, -300, 300,
-                                   {0.5, 1.5, 2.5, 254.5, 255.5, -0.5, -0.7, 300.0, -1.0, 1e9});
+                                   {0.5, 1.5, 2.5, 254.5, 255.5, -0.5, -0.7, 300.0, -1.0, 1e9, 2147483520.0, 3e9, 5e9, -5e9, 1e19});
   check_conversion<float, double>(oru::cvt_aif32_to_aif64_plain, f32_f64, -1e30, 1e30, {1e-40});
   check_conversion<double, float>(oru::cvt_aif64_to_aif32_plain, f64_f32, -1e30, 1e30, {1e39, 1e-46, 0.1, 1.0 + 1e-8});
 }
