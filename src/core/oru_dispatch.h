@@ -3,8 +3,8 @@
 // all with one signature. The best form the CPU runs is picked once per kernel.
 //
 // Naming: a kernel `k` is the set k_plain, k_avx2, k_avx512, k_neon, declared together with
-// ORU_DECLARE_FORMS(k, ret, params...); ORU_KERNEL_FORMS(k) gathers the ones this
-// architecture builds. Vector forms live in files named *_avx2.cpp, *_avx512.cpp and
+// ORU_DECLARE_FORMS(k, params...); ORU_KERNEL_FORMS(k) gathers the ones this architecture
+// builds. Vector forms live in files named *_avx2.cpp, *_avx512.cpp and
 // *_neon.cpp, which the build compiles with their flags.
 //
 // The recipe for a vector twin:
@@ -95,12 +95,12 @@ void for_each_runnable_form(const KernelForms<Fn> &k, Visit &&fn) {
 #define ORU_NEON_FORM(f) nullptr
 #endif
 
-// Declares the four forms of kernel k: ORU_DECLARE_FORMS(k, void, float *y, const float *x, int64_t n).
-#define ORU_DECLARE_FORMS(k, ret, ...) \
-  ret k##_plain(__VA_ARGS__);          \
-  ret k##_avx2(__VA_ARGS__);           \
-  ret k##_avx512(__VA_ARGS__);         \
-  ret k##_neon(__VA_ARGS__);
+// Declares the four forms of kernel `name`: ORU_DECLARE_FORMS(relu_f32, float *y, const float *x, int64_t n).
+#define ORU_DECLARE_FORMS(name, ...)  \
+  void name##_plain(__VA_ARGS__);     \
+  void name##_avx2(__VA_ARGS__);      \
+  void name##_avx512(__VA_ARGS__);    \
+  void name##_neon(__VA_ARGS__);
 
 // All forms of kernel k that this architecture builds.
 #define ORU_KERNEL_FORMS(k)                                                               \

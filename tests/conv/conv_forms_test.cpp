@@ -1,6 +1,6 @@
-// Every vector form of the convolution row kernels against its plain twin. Multiplies and
-// adds are separate in all forms, so they must agree bit for bit. The row kernels go through
-// the form tester; the multi-row ones sweep their own shapes.
+// Every vector form of the convolution row kernels against its plain twin, on random
+// lengths that reach every tail. Multiplies and adds are separate in all forms, so they
+// must agree bit for bit.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -8,7 +8,6 @@
 
 #include "conv/oru_conv_internal.h"
 #include "core/oru_dispatch.h"
-#include "oru_form_tester.h"
 #include "oru_test_util.h"
 
 namespace {
@@ -19,49 +18,28 @@ bool same_bits(const std::vector<float> &a, const std::vector<float> &b) {
   return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
 }
 
-class ConvForms : public ::testing::TestWithParam<oru::Isa> {};
-ORU_FORM_SUITE(ConvForms);
-
-using Row = void (*)(float *, int64_t, const float *, const float *, const float *, const float *, bool);
-
-// A 3 x 3 row kernel: three input rows of in_scale * n + 2 elements, accumulating or not.
-void check_row(Row plain, Row form, int64_t in_scale) {
-  const auto k = rand_vec(9, 5);
-  for (bool acc : {false, true}) {
-    oru_test::ElementwiseCheck c;
-    c.inputs = 3, c.in_scale = in_scale, c.in_extra = in_scale == 1 ? 2 : 1, c.in_place = false, c.any_nan = true;
-    oru_test::check_elementwise<float>(plain, form, c, [&](Row f, float *y, const float *const *x, int64_t n) {
-      f(y, n, x[0], x[1], x[2], k.data(), acc);
-    });
-  }
+TEST(ConvForms, StrideOneRowMatchesPlain) {
+  auto forms = ORU_KERNEL_FORMS(oru::conv3x3_s1_row);
+  int seen = 0;
+  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {
+    ++seen;
+    for (int64_t n = 1; n < 70; n += (n < 20 ? 1 : 7)) {
+      for (bool acc : {false, true}) {
+        auto r0 = rand_vec(size_t(n + 2), uint32_t(n)), r1 = rand_vec(size_t(n + 2), uint32_t(n + 100)),
+             r2 = rand_vec(size_t(n + 2), uint32_t(n + 200)), k = rand_vec(9, 5);
+        auto ref = rand_vec(size_t(n), 9), got = ref;
+        oru::conv3x3_s1_row_plain(ref.data(), n, r0.data(), r1.data(), r2.data(), k.data(), acc);
+        fn(got.data(), n, r0.data(), r1.data(), r2.data(), k.data(), acc);
+        EXPECT_TRUE(same_bits(ref, got)) << oru::isa_name(isa) << " n " << n << " acc " << acc;
+      }
+    }
+  });
+  EXPECT_GE(seen, 1);
 }
 
-TEST_P(ConvForms, StrideOneRowMatchesPlain) {
-  ORU_FORM_UNDER_TEST(fn, ORU_KERNEL_FORMS(oru::conv3x3_s1_row), "conv3x3_s1_row");
-  check_row(oru::conv3x3_s1_row_plain, fn, 1);
-}
-
-// Exactly 2n + 1 readable floats per row: the forms must not read past them.
-TEST_P(ConvForms, StrideTwoRowMatchesPlain) {
-  ORU_FORM_UNDER_TEST(fn, ORU_KERNEL_FORMS(oru::conv3x3_s2_row), "conv3x3_s2_row");
-  check_row(oru::conv3x3_s2_row_plain, fn, 2);
-}
-
-TEST_P(ConvForms, BiasActivationLineMatchesPlain) {
-  ORU_FORM_UNDER_TEST(fn, ORU_KERNEL_FORMS(oru::bias_act_line), "bias_act_line");
-  using Fn = decltype(fn);
-  for (int act = 0; act <= 7; ++act) {
-    oru_test::ElementwiseCheck c;
-    c.lo = -8, c.hi = 8, c.any_nan = true;
-    oru_test::check_elementwise<float>(oru::bias_act_line_plain, fn, c, [act](Fn f, float *y, const float *const *x, int64_t n) {
-      f(y, x[0], 0.25f, n, act);
-    });
-  }
-}
-
-TEST_P(ConvForms, MultiChannelRowsMatchPlain) {
-  ORU_FORM_UNDER_TEST(fn, ORU_KERNEL_FORMS(oru::conv3x3_s1_multi), "conv3x3_s1_multi");
-  const oru::Isa isa = GetParam();
+TEST(ConvForms, MultiChannelRowsMatchPlain) {
+  auto forms = ORU_KERNEL_FORMS(oru::conv3x3_s1_multi);
+  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {
     for (int64_t n : {1, 3, 4, 7, 8, 15, 16, 17, 31, 33, 40}) {
       for (int64_t ic : {1, 2, 5}) {
         for (int nrows = 1; nrows <= 4; ++nrows) {
@@ -80,11 +58,12 @@ TEST_P(ConvForms, MultiChannelRowsMatchPlain) {
         }
       }
     }
+  });
 }
 
-TEST_P(ConvForms, StrideTwoMultiChannelRowMatchesPlain) {
-  ORU_FORM_UNDER_TEST(fn, ORU_KERNEL_FORMS(oru::conv3x3_s2_multi), "conv3x3_s2_multi");
-  const oru::Isa isa = GetParam();
+TEST(ConvForms, StrideTwoMultiChannelRowMatchesPlain) {
+  auto forms = ORU_KERNEL_FORMS(oru::conv3x3_s2_multi);
+  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {
     for (int64_t n : {1, 2, 4, 7, 8, 9, 15, 16, 17, 33}) {
       for (int64_t ic : {1, 3, 4}) {
         // Even rows need n + 1 readable floats, odd rows n.
@@ -101,11 +80,29 @@ TEST_P(ConvForms, StrideTwoMultiChannelRowMatchesPlain) {
         EXPECT_TRUE(same_bits(ref, got)) << oru::isa_name(isa) << " n " << n << " ic " << ic;
       }
     }
+  });
 }
 
-TEST_P(ConvForms, PointwiseBlockMatchesPlain) {
-  ORU_FORM_UNDER_TEST(fn, ORU_KERNEL_FORMS(oru::pointwise_block), "pointwise_block");
-  const oru::Isa isa = GetParam();
+TEST(ConvForms, StrideTwoRowMatchesPlain) {
+  auto forms = ORU_KERNEL_FORMS(oru::conv3x3_s2_row);
+  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {
+    for (int64_t n = 1; n < 70; n += (n < 20 ? 1 : 7)) {
+      for (bool acc : {false, true}) {
+        // Exactly 2n + 1 readable floats per row: the forms must not read past them.
+        std::vector<float> r0 = rand_vec(size_t(2 * n + 1), uint32_t(n)), r1 = rand_vec(size_t(2 * n + 1), 77),
+                           r2 = rand_vec(size_t(2 * n + 1), 78), k = rand_vec(9, 6);
+        auto ref = rand_vec(size_t(n), 10), got = ref;
+        oru::conv3x3_s2_row_plain(ref.data(), n, r0.data(), r1.data(), r2.data(), k.data(), acc);
+        fn(got.data(), n, r0.data(), r1.data(), r2.data(), k.data(), acc);
+        EXPECT_TRUE(same_bits(ref, got)) << oru::isa_name(isa) << " n " << n;
+      }
+    }
+  });
+}
+
+TEST(ConvForms, PointwiseBlockMatchesPlain) {
+  auto forms = ORU_KERNEL_FORMS(oru::pointwise_block);
+  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {
     for (int oc = 1; oc <= 4; ++oc)
       for (int ic = 1; ic <= 4; ++ic)
         for (int64_t n : {1, 3, 4, 7, 8, 15, 16, 17, 33, 50}) {
@@ -115,6 +112,26 @@ TEST_P(ConvForms, PointwiseBlockMatchesPlain) {
           fn(got.data(), n, in.data(), n, w.data(), 4, oc, ic, n);
           EXPECT_TRUE(same_bits(ref, got)) << oru::isa_name(isa) << " oc " << oc << " ic " << ic << " n " << n;
         }
+  });
+}
+
+TEST(ConvForms, BiasActivationLineMatchesPlain) {
+  auto forms = ORU_KERNEL_FORMS(oru::bias_act_line);
+  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto fn) {
+    for (int act = 0; act <= 7; ++act)
+      for (int64_t n : {1, 4, 8, 15, 16, 31, 32, 33, 47, 100}) {
+        auto x = rand_vec(size_t(n), uint32_t(n + act));
+        x[0] = -0.0f;
+        if (n > 2) x[2] = -3.0f;
+        std::vector<float> ref(static_cast<size_t>(n)), got(static_cast<size_t>(n));
+        oru::bias_act_line_plain(ref.data(), x.data(), 0.25f, n, act);
+        fn(got.data(), x.data(), 0.25f, n, act);
+        EXPECT_TRUE(same_bits(ref, got)) << oru::isa_name(isa) << " act " << act << " n " << n;
+        // In place gives the same.
+        fn(x.data(), x.data(), 0.25f, n, act);
+        EXPECT_TRUE(same_bits(ref, x)) << oru::isa_name(isa) << " in place, act " << act;
+      }
+  });
 }
 
 }  // namespace

@@ -12,23 +12,23 @@ namespace oru {
 
 // y = x > 0 ? x : +0, so a negative value, a negative zero and a NaN all give +0; in place
 // when y == x.
-ORU_DECLARE_FORMS(relu_f32, void, float *y, const float *x, int64_t n)
+ORU_DECLARE_FORMS(relu_f32, float *y, const float *x, int64_t n)
 
 // y[i] = e / (e + 1), e = exp(x[i]); in place when y == x. An overflowing exponential gives
 // a NaN, as the plain quotient does. The vector forms use the vector exponential, within 2 ulp.
-ORU_DECLARE_FORMS(sigmoid_f32, void, float *y, const float *x, int64_t n)
+ORU_DECLARE_FORMS(sigmoid_f32, float *y, const float *x, int64_t n)
 
 // Softmax of `rows` rows of `len` elements each, through the log of the sum; in place allowed.
-ORU_DECLARE_FORMS(softmax_rows_f32, void, float *y, const float *x, int64_t rows, int64_t len)
+ORU_DECLARE_FORMS(softmax_rows_f32, float *y, const float *x, int64_t rows, int64_t len)
 
 // y = (x * clamp(x + 3, 0, 6)) * (1/6 as float); the forms agree bit for bit.
-ORU_DECLARE_FORMS(hswish_f32, void, float *y, const float *x, int64_t n)
+ORU_DECLARE_FORMS(hswish_f32, float *y, const float *x, int64_t n)
 
 // out[i] = a[i] + b[i].
-ORU_DECLARE_FORMS(add_f32, void, float *out, const float *a, const float *b, int64_t n)
+ORU_DECLARE_FORMS(add_f32, float *out, const float *a, const float *b, int64_t n)
 
 // out[i] = a[i] + s, one channel of a per-channel addition.
-ORU_DECLARE_FORMS(add_scalar_f32, void, float *out, const float *a, float s, int64_t n)
+ORU_DECLARE_FORMS(add_scalar_f32, float *out, const float *a, float s, int64_t n)
 
 // y = min(max(x, 0), 6); a NaN and a negative zero give +0.
 void relu6_f32(float *y, const float *x, int64_t n);

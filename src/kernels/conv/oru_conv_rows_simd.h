@@ -1,5 +1,5 @@
-// The hot row kernels written once over the traits of the vector recipe
-// (core/oru_dispatch.h); each vector file instantiates them with its own traits. Multiplies and adds stay separate and in the plain form's order,
+// The hot row kernels written once over a vector type V; each vector file instantiates
+// them with its own V. Multiplies and adds stay separate and in the plain form's order,
 // so every form matches its plain twin bit for bit.
 #ifndef ORU_CONV_ROWS_SIMD_H
 #define ORU_CONV_ROWS_SIMD_H
@@ -11,9 +11,9 @@ namespace simd {
 
 // The nine taps of a 3 x 3 window in the plain form's order; Load reads one vector of
 // window starts from a row (V::load for stride 1, V::load_even for stride 2).
-template <typename V, typename V::V (*Load)(const float *)>
-inline typename V::V tap9_with(const float *r0, const float *r1, const float *r2, const typename V::V *k) {
-  typename V::V s = V::mul(Load(r0), k[0]);
+template <typename V, typename V::T (*Load)(const float *)>
+inline typename V::T tap9_with(const float *r0, const float *r1, const float *r2, const typename V::T *k) {
+  typename V::T s = V::mul(Load(r0), k[0]);
   s = V::add(s, V::mul(Load(r0 + 1), k[1]));
   s = V::add(s, V::mul(Load(r0 + 2), k[2]));
   s = V::add(s, V::mul(Load(r1), k[3]));
@@ -26,18 +26,18 @@ inline typename V::V tap9_with(const float *r0, const float *r1, const float *r2
 }
 
 template <typename V>
-inline typename V::V tap9(const float *r0, const float *r1, const float *r2, const typename V::V *k) {
+inline typename V::T tap9(const float *r0, const float *r1, const float *r2, const typename V::T *k) {
   return tap9_with<V, V::load>(r0, r1, r2, k);
 }
 
 template <typename V>
 void conv3x3_s1_row(float *out, int64_t n, const float *r0, const float *r1, const float *r2, const float *k9,
                     bool accumulate) {
-  typename V::V k[9];
+  typename V::T k[9];
   for (int j = 0; j < 9; ++j) k[j] = V::set1(k9[j]);
   int64_t x = 0;
-  for (; x + V::kLanes <= n; x += V::kLanes) {
-    typename V::V s = tap9<V>(r0 + x, r1 + x, r2 + x, k);
+  for (; x + V::W <= n; x += V::W) {
+    typename V::T s = tap9<V>(r0 + x, r1 + x, r2 + x, k);
     V::store(out + x, accumulate ? V::add(V::load(out + x), s) : s);
   }
   if (x < n) conv3x3_s1_row_plain(out + x, n - x, r0 + x, r1 + x, r2 + x, k9, accumulate);
@@ -46,9 +46,9 @@ void conv3x3_s1_row(float *out, int64_t n, const float *r0, const float *r1, con
 template <typename V>
 void conv3x3_s1_multi(float *out, int64_t ldo, int nrows, int64_t n, const float *const *rows, int64_t ic,
                       const float *k) {
-  using T = typename V::V;
+  using T = typename V::T;
   int64_t x = 0;
-  for (; x + V::kLanes <= n; x += V::kLanes) {
+  for (; x + V::W <= n; x += V::W) {
     T acc[4] = {V::set1(0.0f), V::set1(0.0f), V::set1(0.0f), V::set1(0.0f)};
     for (int64_t i = 0; i < ic; ++i) {
       const float *const *ri = rows + i * 6;
@@ -75,9 +75,9 @@ void conv3x3_s1_multi(float *out, int64_t ldo, int nrows, int64_t n, const float
 
 template <typename V>
 void conv3x3_s2_multi(float *out, int64_t n, const float *const *rows, int64_t ic, const float *k) {
-  using T = typename V::V;
+  using T = typename V::T;
   int64_t x = 0;
-  for (; x + V::kLanes <= n; x += V::kLanes) {
+  for (; x + V::W <= n; x += V::W) {
     T acc = V::set1(0.0f);
     for (int64_t i = 0; i < ic; ++i) {
       const float *const *r = rows + i * 6;
@@ -112,19 +112,19 @@ void conv3x3_s2_multi(float *out, int64_t n, const float *const *rows, int64_t i
 }
 
 template <typename V>
-inline typename V::V tap9_s2(const float *r0, const float *r1, const float *r2, const typename V::V *k) {
+inline typename V::T tap9_s2(const float *r0, const float *r1, const float *r2, const typename V::T *k) {
   return tap9_with<V, V::load_even>(r0, r1, r2, k);
 }
 
 template <typename V>
 void conv3x3_s2_row(float *out, int64_t n, const float *r0, const float *r1, const float *r2, const float *k9,
                     bool accumulate) {
-  typename V::V k[9];
+  typename V::T k[9];
   for (int j = 0; j < 9; ++j) k[j] = V::set1(k9[j]);
   int64_t x = 0;
   // The gathers read one float past the last tap; stop a vector early so that stays in the row.
-  for (; x + V::kLanes < n; x += V::kLanes) {
-    typename V::V s = tap9_s2<V>(r0 + 2 * x, r1 + 2 * x, r2 + 2 * x, k);
+  for (; x + V::W < n; x += V::W) {
+    typename V::T s = tap9_s2<V>(r0 + 2 * x, r1 + 2 * x, r2 + 2 * x, k);
     V::store(out + x, accumulate ? V::add(V::load(out + x), s) : s);
   }
   if (x < n) conv3x3_s2_row_plain(out + x, n - x, r0 + 2 * x, r1 + 2 * x, r2 + 2 * x, k9, accumulate);
@@ -133,16 +133,16 @@ void conv3x3_s2_row(float *out, int64_t n, const float *r0, const float *r1, con
 template <typename V>
 void pointwise_block(float *out, int64_t out_plane, const float *in, int64_t in_plane, const float *w, int64_t ldw,
                      int oc, int ic, int64_t n) {
-  typename V::V wv[4][4];
+  typename V::T wv[4][4];
   for (int o = 0; o < oc; ++o)
     for (int i = 0; i < ic; ++i) wv[o][i] = V::set1(w[o * ldw + i]);
   int64_t p = 0;
-  for (; p + V::kLanes <= n; p += V::kLanes) {
-    typename V::V x[4];
+  for (; p + V::W <= n; p += V::W) {
+    typename V::T x[4];
     for (int i = 0; i < ic; ++i) x[i] = V::load(in + i * in_plane + p);
     for (int o = 0; o < oc; ++o) {
       float *dst = out + o * out_plane + p;
-      typename V::V acc = V::load(dst);
+      typename V::T acc = V::load(dst);
       for (int i = 0; i < ic; ++i) acc = V::add(acc, V::mul(wv[o][i], x[i]));
       V::store(dst, acc);
     }
@@ -151,13 +151,13 @@ void pointwise_block(float *out, int64_t out_plane, const float *in, int64_t in_
 }
 
 template <typename V, int Act>
-inline typename V::V activate(typename V::V t) {
-  const typename V::V zero = V::set1(0.0f);
-  if (Act == act_relu) return V::pick_gt(t, zero);
-  if (Act == act_relu6) return V::pick_lt(V::pick_gt(t, zero), V::set1(6.0f));
-  if (Act == act_leaky) return V::pick_gt(t, V::mul(V::set1(0.1f), t));
+inline typename V::T activate(typename V::T t) {
+  const typename V::T zero = V::set1(0.0f);
+  if (Act == act_relu) return V::max(t, zero);
+  if (Act == act_relu6) return V::min(V::max(t, zero), V::set1(6.0f));
+  if (Act == act_leaky) return V::max(t, V::mul(V::set1(0.1f), t));
   if (Act == act_hswish || Act == act_hsigmoid) {
-    typename V::V c = V::pick_lt(V::pick_gt(V::add(t, V::set1(3.0f)), zero), V::set1(6.0f));
+    typename V::T c = V::min(V::max(V::add(t, V::set1(3.0f)), zero), V::set1(6.0f));
     if (Act == act_hswish) return V::mul(V::mul(t, c), V::set1(kSixth));
     return V::mul(c, V::set1(kSixth));
   }
@@ -166,9 +166,9 @@ inline typename V::V activate(typename V::V t) {
 
 template <typename V, int Act>
 void bias_act_line_t(float *y, const float *x, float b, int64_t n) {
-  const typename V::V bv = V::set1(b);
+  const typename V::T bv = V::set1(b);
   int64_t i = 0;
-  for (; i + V::kLanes <= n; i += V::kLanes) V::store(y + i, activate<V, Act>(V::add(V::load(x + i), bv)));
+  for (; i + V::W <= n; i += V::W) V::store(y + i, activate<V, Act>(V::add(V::load(x + i), bv)));
   if (i < n) bias_act_line_plain(y + i, x + i, b, n - i, Act);
 }
 
