@@ -4,6 +4,8 @@
 #ifndef ORU_KERNELS_GEMM_FINISH_H
 #define ORU_KERNELS_GEMM_FINISH_H
 
+#include <cstdint>
+
 namespace oru {
 namespace simd {
 namespace {
@@ -18,6 +20,13 @@ inline void finish_scalar(T &c, T ab, T alpha, T beta) {
     c += ab;
   else
     c += alpha * ab;
+}
+
+// A whole tile AB (MR by NR) into C with rows rs_c and columns cs_c elements apart.
+template <typename T, int MR, int NR>
+inline void finish_strided(T *c, int64_t rs_c, int64_t cs_c, const T (&ab)[MR][NR], T alpha, T beta) {
+  for (int i = 0; i < MR; ++i)
+    for (int j = 0; j < NR; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
 }
 
 template <typename S, typename T>

@@ -16,10 +16,7 @@ void tile_strided(int32_t k, const T *a, const T *b, T *c, int64_t rs_c, int64_t
   for (int32_t l = 0; l < k; ++l)
     for (int i = 0; i < MR; ++i)
       for (int j = 0; j < NR; ++j) ab[i][j] += a[l * MR + i] * b[l * NR + j];
-  for (int i = 0; i < MR; ++i)
-    for (int j = 0; j < NR; ++j) {
-      simd::finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
-    }
+  simd::finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace oru {
 namespace {
 
 using simd::finish;
-using simd::finish_scalar;
+using simd::finish_strided;
 
 }  // namespace
 
@@ -38,8 +38,7 @@ void mat_mul_4xkx24_kernel_avx2(int32_t k, const float *a, const float *b, float
   alignas(32) float ab[4][24];
   for (int i = 0; i < 4; ++i)
     for (int v = 0; v < 3; ++v) _mm256_store_ps(&ab[i][v * 8], acc[i][v]);
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 24; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
+  finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 void mat_mul_4xkx12_kernel_avx2(int32_t k, const double *a, const double *b, double *c,
@@ -67,8 +66,7 @@ void mat_mul_4xkx12_kernel_avx2(int32_t k, const double *a, const double *b, dou
   alignas(32) double ab[4][12];
   for (int i = 0; i < 4; ++i)
     for (int v = 0; v < 3; ++v) _mm256_store_pd(&ab[i][v * 4], acc[i][v]);
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 12; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
+  finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 void mat_mul_8xkx8_kernel_avx2(int32_t k, const float *a, const float *b, float *c, int32_t ldc,

@@ -10,7 +10,7 @@ namespace oru {
 namespace {
 
 using simd::finish;
-using simd::finish_scalar;
+using simd::finish_strided;
 using F16 = simd::Avx512;
 using F8 = simd::Avx2;
 using D8 = simd::Avx512D;
@@ -49,8 +49,7 @@ void mat_mul_4xkx24_kernel_avx512(int32_t k, const float *a, const float *b, flo
     _mm512_storeu_ps(&ab[i][0], lo[i]);
     _mm256_storeu_ps(&ab[i][16], hi[i]);
   }
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 24; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
+  finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 // Each row of the 4 by 12 tile is one 8-lane and one 4-lane accumulator.
@@ -84,8 +83,7 @@ void mat_mul_4xkx12_kernel_avx512(int32_t k, const double *a, const double *b, d
     _mm512_storeu_pd(&ab[i][0], lo[i]);
     _mm256_storeu_pd(&ab[i][8], hi[i]);
   }
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 12; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
+  finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 // Two rows of the 8 by 8 tile share one 16-lane accumulator: row 2p in the low half,

@@ -8,7 +8,7 @@
 namespace oru {
 namespace {
 
-using simd::finish_scalar;
+using simd::finish_strided;
 
 inline float32x4_t finish(float32x4_t c, float32x4_t ab, float alpha, float beta) {
   return simd::finish<simd::Neon>(c, ab, alpha, beta);
@@ -44,8 +44,7 @@ void mat_mul_4xkx24_kernel_neon(int32_t k, const float *a, const float *b, float
   float ab[4][24];
   for (int i = 0; i < 4; ++i)
     for (int v = 0; v < 6; ++v) vst1q_f32(&ab[i][4 * v], acc[i][v]);
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 24; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
+  finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 void mat_mul_4xkx12_kernel_neon(int32_t k, const double *a, const double *b, double *c,
@@ -72,8 +71,7 @@ void mat_mul_4xkx12_kernel_neon(int32_t k, const double *a, const double *b, dou
   double ab[4][12];
   for (int i = 0; i < 4; ++i)
     for (int v = 0; v < 6; ++v) vst1q_f64(&ab[i][2 * v], acc[i][v]);
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 12; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
+  finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 void mat_mul_8xkx8_kernel_neon(int32_t k, const float *a, const float *b, float *c, int32_t ldc,
