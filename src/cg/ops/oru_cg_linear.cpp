@@ -94,9 +94,9 @@ ORU_API uint32_t oru_init_linear_context_inference(oru_cg_handle *handle, int32_
   if (c->input && c->weights && !c->output) {
     const int32_t dims[3] = {c->params.out_features, c->input->dims[1], 0};
     const uint32_t dev = handle->dev_type;
-    if (dev == 1 || dev == 3) {
+    if (dev == kCgDeviceExternal1 || dev == kCgDeviceExternal3) {
       c->output = oru_create_tensor_header(2, dims, c->input->type);
-    } else if (dev == 2) {
+    } else if (dev == kCgDeviceExternal2) {
       const int32_t flat[3] = {1, 1, c->params.out_features};
       c->output = (c->input->dims[0] < 2 || c->input->dims[1] < 2) ? oru_create_tensor_header(3, flat, c->input->type)
                                                                     : oru_create_tensor_header(2, dims, c->input->type);
