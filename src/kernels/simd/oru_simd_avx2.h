@@ -3,7 +3,7 @@
 #ifndef ORU_KERNELS_SIMD_AVX2_H
 #define ORU_KERNELS_SIMD_AVX2_H
 
-#include <immintrin.h>
+#include "kernels/simd/oru_simd_x86.h"
 
 #include <cstdint>
 

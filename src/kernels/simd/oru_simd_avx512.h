@@ -1,16 +1,9 @@
 // The AVX-512 traits of the vector recipe (core/oru_dispatch.h): sixteen floats or eight
-// doubles, with masked tails. Every AVX-512 file includes this header before any other.
+// doubles, with masked tails. Every AVX-512 file includes it (or oru_simd_x86.h) first.
 #ifndef ORU_KERNELS_SIMD_AVX512_H
 #define ORU_KERNELS_SIMD_AVX512_H
 
-// GCC seeds several AVX-512 intrinsics with a deliberately undefined pass-through vector and
-// then flags that vector inside its own headers; the one place the warning is silenced.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-
-#include <immintrin.h>
+#include "kernels/simd/oru_simd_x86.h"
 
 #include <cstdint>
 
