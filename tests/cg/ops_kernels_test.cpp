@@ -23,16 +23,6 @@ uint32_t bits(float f) {
   return u;
 }
 
-// Distance in units in the last place between two finite floats of the same sign region.
-int64_t ulp_distance(float a, float b) {
-  auto key = [](float f) {
-    int32_t i;
-    std::memcpy(&i, &f, 4);
-    return i < 0 ? int64_t(INT32_MIN) - i : int64_t(i);
-  };
-  return std::llabs(key(a) - key(b));
-}
-
 const int64_t kLengths[] = {0, 1, 3, 7, 8, 9, 15, 16, 17, 31, 33, 64, 100, 1000};
 
 TEST(ActKernels, HswishValuesFromTheFormula) {
@@ -61,7 +51,7 @@ TEST_P(ActOracle, SigmoidFormsWithinFewUlpOfDouble) {
       for (int64_t i = 0; i < n; ++i) {
         const double e = std::exp(double(x[i]));
         const float ref = float(e / (e + 1.0));
-        ASSERT_LE(ulp_distance(y[i], ref), 4) << oru::isa_name(isa) << " x=" << x[i];
+        ASSERT_LE(oru_test::ulps(y[i], ref), 4) << oru::isa_name(isa) << " x=" << x[i];
       }
     });
   }
