@@ -128,8 +128,17 @@ oru_tensor *cg_data_tensor(oru_cg_handle *h, int32_t source);
 // else a tensor with storage. Null on refusal or memory failure.
 oru_tensor *cg_new_output(int32_t ndims, const int32_t *dims, uint32_t type, uint32_t dev_type);
 
+// Device types: the CPU, and three device back ends outside this library whose tensors are
+// headers without storage; each operator treats them in its own way. Others act as the CPU.
+constexpr uint32_t kCgDeviceCpu = 0;
+constexpr uint32_t kCgDeviceExternal1 = 1;
+constexpr uint32_t kCgDeviceExternal2 = 2;
+constexpr uint32_t kCgDeviceExternal3 = 3;
+
 // True for the device types whose tensors have no storage here.
-inline bool cg_external_device(uint32_t dev_type) { return dev_type >= 1 && dev_type <= 3; }
+inline bool cg_external_device(uint32_t dev_type) {
+  return dev_type >= kCgDeviceExternal1 && dev_type <= kCgDeviceExternal3;
+}
 
 // Q of a node from the handle's list, -1 when there is none.
 inline int32_t cg_q(const oru_cg_handle *h, int32_t node) { return oru_cg_get_q_from_list(h, node); }

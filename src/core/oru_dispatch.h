@@ -2,9 +2,24 @@
 // reference, and may have AVX2 and AVX-512 forms (x86-64) and a NEON form (arm64),
 // all with one signature. The best form the CPU runs is picked once per kernel.
 //
-// Naming: a kernel `k` is the set k_plain, k_avx2, k_avx512, k_neon; ORU_KERNEL_FORMS(k)
-// gathers the ones this architecture builds. Vector forms live in files named
-// *_avx2.cpp, *_avx512.cpp and *_neon.cpp, which the build compiles with their flags.
+// Naming: a kernel `k` is the set k_plain, k_avx2, k_avx512, k_neon, declared together with
+// ORU_DECLARE_FORMS(k, params...); ORU_KERNEL_FORMS(k) gathers the ones this architecture
+// builds. Vector forms live in files named *_avx2.cpp, *_avx512.cpp and
+// *_neon.cpp, which the build compiles with their flags.
+//
+// The recipe for a vector twin:
+// - One traits struct per instruction set and element type, in one header per ISA
+//   (src/kernels/simd/oru_simd_{avx2,avx512,neon}.h): load, store, set1, zero, add, sub,
+//   mul, div, fma, min, max, reductions, and what the exponential (oru_simd_expf.h) needs.
+//   Everything in those headers has internal linkage, so no vector instruction can leak
+//   into another object through a shared inline function.
+// - One template body per kernel over those traits, in the family's *_simd.h header; each
+//   vector file instantiates it with its own traits and nothing else.
+// - One tail rule (oru_simd_map.h): the vector body takes whole vectors; what is left goes
+//   to a masked step where the ISA has masks (AVX-512) and to the plain form elsewhere.
+//   Reductions whose order of summation is part of the result finish in the plain order.
+// - The plain form is the reference: every vector form matches it bit for bit unless its
+//   header says otherwise (the exponentials), and the form tester holds them to it.
 #ifndef ORU_CORE_DISPATCH_H
 #define ORU_CORE_DISPATCH_H
 
@@ -79,6 +94,13 @@ void for_each_runnable_form(const KernelForms<Fn> &k, Visit &&fn) {
 #define ORU_AVX512_FORM(f) nullptr
 #define ORU_NEON_FORM(f) nullptr
 #endif
+
+// Declares the four forms of kernel `name`: ORU_DECLARE_FORMS(relu_f32, float *y, const float *x, int64_t n).
+#define ORU_DECLARE_FORMS(name, ...)  \
+  void name##_plain(__VA_ARGS__);     \
+  void name##_avx2(__VA_ARGS__);      \
+  void name##_avx512(__VA_ARGS__);    \
+  void name##_neon(__VA_ARGS__);
 
 // All forms of kernel k that this architecture builds.
 #define ORU_KERNEL_FORMS(k)                                                               \

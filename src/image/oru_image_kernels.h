@@ -10,12 +10,6 @@
 namespace oru {
 
 // grey = (1868 B + 9617 G + 4899 R + 8192) >> 14 over n BGR pixels.
-#define ORU_DECLARE_FORMS(name, ...)  \
-  void name##_plain(__VA_ARGS__);     \
-  void name##_avx2(__VA_ARGS__);      \
-  void name##_avx512(__VA_ARGS__);    \
-  void name##_neon(__VA_ARGS__);
-
 ORU_DECLARE_FORMS(bgr_to_gray_row, uint8_t *dst, const uint8_t *bgr, int32_t n)
 
 // Two luma rows sharing one chroma row into two BGR rows; n is even.
@@ -52,7 +46,6 @@ ORU_DECLARE_FORMS(bilinear_horizontal_c3, uint8_t *out, const uint8_t *s, const 
 ORU_DECLARE_FORMS(box2_row_c3, uint8_t *dst, const uint8_t *r0, const uint8_t *r1, int32_t n)
 ORU_DECLARE_FORMS(box2_row_c1, uint8_t *dst, const uint8_t *r0, const uint8_t *r1, int32_t n)
 
-#undef ORU_DECLARE_FORMS
 
 inline uint8_t clamp_u8(int32_t v) { return uint8_t(v < 0 ? 0 : v > 255 ? 255 : v); }
 

@@ -1,9 +1,6 @@
 // AVX-512 forms of the image row kernels: the 3-byte pixel shuffles stay 128 bits
 // wide (no byte permutes across lanes without VBMI); the vertical blend takes 32 bytes.
-// GCC 12's AVX-512 headers fill unused operands with undefined vectors and then warn about them.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
+#include "kernels/simd/oru_simd_avx512.h"
 #define ORU_FORM(name) name##_avx512
 #define ORU_X86_WIDE_VERTICAL
 #include "image/oru_image_kernels_x86.inl"

@@ -25,36 +25,28 @@ constexpr double kFastExpP2 = 24.841498169168357;
 constexpr double kFastExpP1 = 71.67741243389332;
 constexpr double kFastExpP0 = 103.4086474621308;
 
-#define ORU_DECLARE_FORMS(name, ret, ...)   \
-  ret name##_plain(__VA_ARGS__);            \
-  ret name##_avx2(__VA_ARGS__);             \
-  ret name##_avx512(__VA_ARGS__);           \
-  ret name##_neon(__VA_ARGS__);
-
-ORU_DECLARE_FORMS(add_real32, void, float *dst, int64_t n, const float *a, const float *b)
-ORU_DECLARE_FORMS(sub_real32, void, float *dst, int64_t n, const float *a, const float *b)
-ORU_DECLARE_FORMS(mul_real32, void, float *dst, int64_t n, const float *a, const float *b)
-ORU_DECLARE_FORMS(div_real32, void, float *dst, int64_t n, const float *a, const float *b)
-ORU_DECLARE_FORMS(add_real64, void, double *dst, int64_t n, const double *a, const double *b)
-ORU_DECLARE_FORMS(sub_real64, void, double *dst, int64_t n, const double *a, const double *b)
-ORU_DECLARE_FORMS(mul_real64, void, double *dst, int64_t n, const double *a, const double *b)
-ORU_DECLARE_FORMS(div_real64, void, double *dst, int64_t n, const double *a, const double *b)
+ORU_DECLARE_FORMS(add_real32, float *dst, int64_t n, const float *a, const float *b)
+ORU_DECLARE_FORMS(sub_real32, float *dst, int64_t n, const float *a, const float *b)
+ORU_DECLARE_FORMS(mul_real32, float *dst, int64_t n, const float *a, const float *b)
+ORU_DECLARE_FORMS(div_real32, float *dst, int64_t n, const float *a, const float *b)
+ORU_DECLARE_FORMS(add_real64, double *dst, int64_t n, const double *a, const double *b)
+ORU_DECLARE_FORMS(sub_real64, double *dst, int64_t n, const double *a, const double *b)
+ORU_DECLARE_FORMS(mul_real64, double *dst, int64_t n, const double *a, const double *b)
+ORU_DECLARE_FORMS(div_real64, double *dst, int64_t n, const double *a, const double *b)
 
 // x[i] = e^x[i], in place.
-ORU_DECLARE_FORMS(fast_expl, void, double *x, int64_t n)
-// x[i] = e / (e + 1) with e = expf(x[i]); the vector forms use their own expf, within 2 ulp.
-ORU_DECLARE_FORMS(sigmoid_real32, void, float *x, int64_t n)
+ORU_DECLARE_FORMS(fast_expl, double *x, int64_t n)
+// x[i] = e / (e + 1) with e = expf(x[i]); the vector forms use the vector exponential of kernels/simd, within 2 ulp.
+ORU_DECLARE_FORMS(sigmoid_real32, float *x, int64_t n)
 // Only arm64 has a vector form: the estimate-based root its processor offers.
 void sqrt_real32_plain(float *x, int64_t n);
 void sqrt_real32_neon(float *x, int64_t n);
 
 // Conversions with vector twins.
-ORU_DECLARE_FORMS(cvt_ai8u_to_aif32, void, float *dst, const uint8_t *src, int64_t n)
-ORU_DECLARE_FORMS(cvt_aif32_to_ai8u, void, uint8_t *dst, const float *src, int64_t n)
-ORU_DECLARE_FORMS(cvt_aif32_to_aif64, void, double *dst, const float *src, int64_t n)
-ORU_DECLARE_FORMS(cvt_aif64_to_aif32, void, float *dst, const double *src, int64_t n)
-
-#undef ORU_DECLARE_FORMS
+ORU_DECLARE_FORMS(cvt_ai8u_to_aif32, float *dst, const uint8_t *src, int64_t n)
+ORU_DECLARE_FORMS(cvt_aif32_to_ai8u, uint8_t *dst, const float *src, int64_t n)
+ORU_DECLARE_FORMS(cvt_aif32_to_aif64, double *dst, const float *src, int64_t n)
+ORU_DECLARE_FORMS(cvt_aif64_to_aif32, float *dst, const double *src, int64_t n)
 
 // The scalar step of the exponential, shared by the plain form and the vector tails.
 double fast_exp_one(double x);

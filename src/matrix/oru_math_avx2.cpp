@@ -1,10 +1,10 @@
 // AVX2 forms of the table-driven exponential and of the float sigmoid.
-#include <immintrin.h>
+#include "kernels/simd/oru_simd_avx2.h"
 
 #include <cmath>
 
 #include "matrix/oru_l1_kernels.h"
-#include "matrix/oru_vector_expf.h"
+#include "kernels/simd/oru_simd_expf.h"
 
 namespace oru {
 
@@ -42,41 +42,14 @@ void fast_expl_avx2(double *x, int64_t n) {
   for (; i < n; ++i) x[i] = fast_exp_one(x[i]);
 }
 
-namespace {
-
-struct Avx2 {
-  using F = __m256;
-  using I = __m256i;
-  static F set(float v) { return _mm256_set1_ps(v); }
-  static F add(F a, F b) { return _mm256_add_ps(a, b); }
-  static F sub(F a, F b) { return _mm256_sub_ps(a, b); }
-  static F mul(F a, F b) { return _mm256_mul_ps(a, b); }
-  static F div(F a, F b) { return _mm256_div_ps(a, b); }
-  static F max(F a, F b) { return _mm256_max_ps(a, b); }
-  static F min(F a, F b) { return _mm256_min_ps(a, b); }
-  static F round(F a) { return _mm256_round_ps(a, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC); }
-  static I to_int(F a) { return _mm256_cvtps_epi32(a); }
-  static I half(I a) { return _mm256_srai_epi32(a, 1); }
-  static I isub(I a, I b) { return _mm256_sub_epi32(a, b); }
-  static F pow2(I e) { return _mm256_castsi256_ps(_mm256_slli_epi32(_mm256_add_epi32(e, _mm256_set1_epi32(127)), 23)); }
-  static F select_gt(F x, F limit, F then, F otherwise) {
-    return _mm256_blendv_ps(otherwise, then, _mm256_cmp_ps(x, limit, _CMP_GT_OQ));
-  }
-};
-
-}  // namespace
-
 void sigmoid_real32_avx2(float *x, int64_t n) {
   const __m256 one = _mm256_set1_ps(1.0f);
   int64_t i = 0;
   for (; i + 8 <= n; i += 8) {
-    const __m256 e = vector_expf<Avx2>(_mm256_loadu_ps(x + i));
+    const __m256 e = simd::exp_f32<simd::Avx2, false>(_mm256_loadu_ps(x + i));
     _mm256_storeu_ps(x + i, _mm256_div_ps(e, _mm256_add_ps(e, one)));
   }
-  for (; i < n; ++i) {
-    const float e = std::exp(x[i]);
-    x[i] = e / (e + 1.0f);
-  }
+  sigmoid_real32_plain(x + i, n - i);
 }
 
 }  // namespace oru

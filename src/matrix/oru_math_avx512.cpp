@@ -1,16 +1,10 @@
 // AVX-512 forms of the table-driven exponential and of the float sigmoid.
-#include <immintrin.h>
-
-// GCC 12 takes the deliberately undefined pass-through operand inside its AVX-512
-// intrinsics for an uninitialised variable.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
+#include "kernels/simd/oru_simd_avx512.h"
 
 #include <cmath>
 
 #include "matrix/oru_l1_kernels.h"
-#include "matrix/oru_vector_expf.h"
+#include "kernels/simd/oru_simd_expf.h"
 
 namespace oru {
 
@@ -47,40 +41,14 @@ void fast_expl_avx512(double *x, int64_t n) {
   for (; i < n; ++i) x[i] = fast_exp_one(x[i]);
 }
 
-namespace {
-
-struct Avx512 {
-  using F = __m512;
-  using I = __m512i;
-  static F set(float v) { return _mm512_set1_ps(v); }
-  static F add(F a, F b) { return _mm512_add_ps(a, b); }
-  static F sub(F a, F b) { return _mm512_sub_ps(a, b); }
-  static F mul(F a, F b) { return _mm512_mul_ps(a, b); }
-  static F max(F a, F b) { return _mm512_max_ps(a, b); }
-  static F min(F a, F b) { return _mm512_min_ps(a, b); }
-  static F round(F a) { return _mm512_roundscale_ps(a, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC); }
-  static I to_int(F a) { return _mm512_cvtps_epi32(a); }
-  static I half(I a) { return _mm512_srai_epi32(a, 1); }
-  static I isub(I a, I b) { return _mm512_sub_epi32(a, b); }
-  static F pow2(I e) { return _mm512_castsi512_ps(_mm512_slli_epi32(_mm512_add_epi32(e, _mm512_set1_epi32(127)), 23)); }
-  static F select_gt(F x, F limit, F then, F otherwise) {
-    return _mm512_mask_blend_ps(_mm512_cmp_ps_mask(x, limit, _CMP_GT_OQ), otherwise, then);
-  }
-};
-
-}  // namespace
-
 void sigmoid_real32_avx512(float *x, int64_t n) {
   const __m512 one = _mm512_set1_ps(1.0f);
   int64_t i = 0;
   for (; i + 16 <= n; i += 16) {
-    const __m512 e = vector_expf<Avx512>(_mm512_loadu_ps(x + i));
+    const __m512 e = simd::exp_f32<simd::Avx512, false>(_mm512_loadu_ps(x + i));
     _mm512_storeu_ps(x + i, _mm512_div_ps(e, _mm512_add_ps(e, one)));
   }
-  for (; i < n; ++i) {
-    const float e = std::exp(x[i]);
-    x[i] = e / (e + 1.0f);
-  }
+  sigmoid_real32_plain(x + i, n - i);
 }
 
 }  // namespace oru

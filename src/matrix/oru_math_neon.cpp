@@ -1,10 +1,10 @@
 // NEON forms of the table-driven exponential and of the float sigmoid.
-#include <arm_neon.h>
+#include "kernels/simd/oru_simd_neon.h"
 
 #include <cmath>
 
 #include "matrix/oru_l1_kernels.h"
-#include "matrix/oru_vector_expf.h"
+#include "kernels/simd/oru_simd_expf.h"
 
 namespace oru {
 
@@ -42,39 +42,14 @@ void fast_expl_neon(double *x, int64_t n) {
   for (; i < n; ++i) x[i] = fast_exp_one(x[i]);
 }
 
-namespace {
-
-struct Neon {
-  using F = float32x4_t;
-  using I = int32x4_t;
-  static F set(float v) { return vdupq_n_f32(v); }
-  static F add(F a, F b) { return vaddq_f32(a, b); }
-  static F sub(F a, F b) { return vsubq_f32(a, b); }
-  static F mul(F a, F b) { return vmulq_f32(a, b); }
-  // NEON max/min give NaN for a NaN in either operand, which is what the caller wants.
-  static F max(F a, F b) { return vmaxq_f32(a, b); }
-  static F min(F a, F b) { return vminq_f32(a, b); }
-  static F round(F a) { return vrndnq_f32(a); }
-  static I to_int(F a) { return vcvtq_s32_f32(a); }
-  static I half(I a) { return vshrq_n_s32(a, 1); }
-  static I isub(I a, I b) { return vsubq_s32(a, b); }
-  static F pow2(I e) { return vreinterpretq_f32_s32(vshlq_n_s32(vaddq_s32(e, vdupq_n_s32(127)), 23)); }
-  static F select_gt(F x, F limit, F then, F otherwise) { return vbslq_f32(vcgtq_f32(x, limit), then, otherwise); }
-};
-
-}  // namespace
-
 void sigmoid_real32_neon(float *x, int64_t n) {
   const float32x4_t one = vdupq_n_f32(1.0f);
   int64_t i = 0;
   for (; i + 4 <= n; i += 4) {
-    const float32x4_t e = vector_expf<Neon>(vld1q_f32(x + i));
+    const float32x4_t e = simd::exp_f32<simd::Neon, false>(vld1q_f32(x + i));
     vst1q_f32(x + i, vdivq_f32(e, vaddq_f32(e, one)));
   }
-  for (; i < n; ++i) {
-    const float e = std::exp(x[i]);
-    x[i] = e / (e + 1.0f);
-  }
+  sigmoid_real32_plain(x + i, n - i);
 }
 
 }  // namespace oru

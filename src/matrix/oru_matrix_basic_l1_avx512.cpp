@@ -1,36 +1,10 @@
-// AVX-512 forms of the binary element-wise kernels; the body is the shared x86-64 one.
-#include <immintrin.h>
+// AVX-512 forms of the binary element-wise kernels.
+#include "kernels/simd/oru_simd_avx512.h"
 
-// GCC 12 takes the deliberately undefined pass-through operand inside its AVX-512
-// intrinsics for an uninitialised variable.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
+#include "matrix/oru_matrix_basic_l1_simd.h"
 
-#include <cstdint>
+ORU_L1_BINARY_FORMS(avx512, ::oru::simd::Avx512, ::oru::simd::Avx512D)
 
 namespace oru {
-namespace {
-
-// 512-bit vectors.
-struct Vec {
-  static constexpr int64_t kBytes = 64;
-  static __m512 add(__m512 a, __m512 b) { return _mm512_add_ps(a, b); }
-  static __m512d add(__m512d a, __m512d b) { return _mm512_add_pd(a, b); }
-  static __m512 sub(__m512 a, __m512 b) { return _mm512_sub_ps(a, b); }
-  static __m512d sub(__m512d a, __m512d b) { return _mm512_sub_pd(a, b); }
-  static __m512 mul(__m512 a, __m512 b) { return _mm512_mul_ps(a, b); }
-  static __m512d mul(__m512d a, __m512d b) { return _mm512_mul_pd(a, b); }
-  static __m512 div(__m512 a, __m512 b) { return _mm512_div_ps(a, b); }
-  static __m512d div(__m512d a, __m512d b) { return _mm512_div_pd(a, b); }
-  static __m512 load(const float *p) { return _mm512_loadu_ps(p); }
-  static __m512d load(const double *p) { return _mm512_loadu_pd(p); }
-  static void store(float *p, __m512 v) { _mm512_storeu_ps(p, v); }
-  static void store(double *p, __m512d v) { _mm512_storeu_pd(p, v); }
-};
-
-}  // namespace
+ORU_L1_BINARY_FORM(div_real32, avx512, float, simd::Avx512, Div)
 }  // namespace oru
-
-#define ORU_FORM(name) name##_avx512
-#include "matrix/oru_matrix_basic_l1_x86.inl"

@@ -1,54 +1,13 @@
 // NEON forms of the binary element-wise kernels. Float division takes the processor's
 // reciprocal estimate with three refinement steps over whole groups of 16, then of 8.
-#include <arm_neon.h>
+#include "kernels/simd/oru_simd_neon.h"
 
-#include "matrix/oru_l1_kernels.h"
+#include "matrix/oru_matrix_basic_l1_simd.h"
+
+ORU_L1_BINARY_FORMS(neon, ::oru::simd::Neon, ::oru::simd::NeonD)
 
 namespace oru {
 namespace {
-
-struct Add {
-  static float32x4_t v(float32x4_t a, float32x4_t b) { return vaddq_f32(a, b); }
-  static float64x2_t v(float64x2_t a, float64x2_t b) { return vaddq_f64(a, b); }
-  template <typename T> static T s(T a, T b) { return a + b; }
-};
-struct Sub {
-  static float32x4_t v(float32x4_t a, float32x4_t b) { return vsubq_f32(a, b); }
-  static float64x2_t v(float64x2_t a, float64x2_t b) { return vsubq_f64(a, b); }
-  template <typename T> static T s(T a, T b) { return a - b; }
-};
-struct Mul {
-  static float32x4_t v(float32x4_t a, float32x4_t b) { return vmulq_f32(a, b); }
-  static float64x2_t v(float64x2_t a, float64x2_t b) { return vmulq_f64(a, b); }
-  template <typename T> static T s(T a, T b) { return a * b; }
-};
-struct Div {
-  static float64x2_t v(float64x2_t a, float64x2_t b) { return vdivq_f64(a, b); }
-  template <typename T> static T s(T a, T b) { return a / b; }
-};
-
-inline float32x4_t load(const float *p) { return vld1q_f32(p); }
-inline float64x2_t load(const double *p) { return vld1q_f64(p); }
-inline void store(float *p, float32x4_t v) { vst1q_f32(p, v); }
-inline void store(double *p, float64x2_t v) { vst1q_f64(p, v); }
-
-template <typename Op, typename T>
-void binary(T *d, int64_t n, const T *a, const T *b) {
-  constexpr int64_t w = 16 / sizeof(T);
-  int64_t i = 0;
-  for (; i + 4 * w <= n; i += 4 * w) {
-    const auto x0 = Op::v(load(a + i), load(b + i));
-    const auto x1 = Op::v(load(a + i + w), load(b + i + w));
-    const auto x2 = Op::v(load(a + i + 2 * w), load(b + i + 2 * w));
-    const auto x3 = Op::v(load(a + i + 3 * w), load(b + i + 3 * w));
-    store(d + i, x0);
-    store(d + i + w, x1);
-    store(d + i + 2 * w, x2);
-    store(d + i + 3 * w, x3);
-  }
-  for (; i + w <= n; i += w) store(d + i, Op::v(load(a + i), load(b + i)));
-  for (; i < n; ++i) d[i] = Op::s(a[i], b[i]);
-}
 
 inline float32x4_t reciprocal_divide(float32x4_t a, float32x4_t b) {
   float32x4_t r = vrecpeq_f32(b);
@@ -59,14 +18,6 @@ inline float32x4_t reciprocal_divide(float32x4_t a, float32x4_t b) {
 }
 
 }  // namespace
-
-void add_real32_neon(float *d, int64_t n, const float *a, const float *b) { binary<Add>(d, n, a, b); }
-void sub_real32_neon(float *d, int64_t n, const float *a, const float *b) { binary<Sub>(d, n, a, b); }
-void mul_real32_neon(float *d, int64_t n, const float *a, const float *b) { binary<Mul>(d, n, a, b); }
-void add_real64_neon(double *d, int64_t n, const double *a, const double *b) { binary<Add>(d, n, a, b); }
-void sub_real64_neon(double *d, int64_t n, const double *a, const double *b) { binary<Sub>(d, n, a, b); }
-void mul_real64_neon(double *d, int64_t n, const double *a, const double *b) { binary<Mul>(d, n, a, b); }
-void div_real64_neon(double *d, int64_t n, const double *a, const double *b) { binary<Div>(d, n, a, b); }
 
 void div_real32_neon(float *d, int64_t n, const float *a, const float *b) {
   int64_t i = 0;

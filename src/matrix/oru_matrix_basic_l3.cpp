@@ -78,6 +78,50 @@ void merge_tile(int32_t rows, int32_t cols, const T *tile, int32_t tile_ld, T *c
   }
 }
 
+// Runs the mr by nr tiles of one packed block: whole tiles straight into C, edge tiles through
+// `tile` (mr * nr elements) and then merged with the caller's beta. kernel(k, panel_a,
+// panel_b, c, ldc, beta) multiplies one tile.
+template <typename T, typename Kernel>
+void run_tiles(int32_t m, int32_t n, int32_t k, const T *packed_a, const T *packed_b, int32_t mr,
+               int32_t nr, T *c, int64_t ldc, T beta, T *tile, Kernel kernel) {
+  for (int32_t i = 0; i < m; i += mr) {
+    const int32_t rows = m - i < mr ? m - i : mr;
+    const T *panel_a = packed_a + int64_t(i) * k;
+    for (int32_t j = 0; j < n; j += nr) {
+      const int32_t cols = n - j < nr ? n - j : nr;
+      const T *panel_b = packed_b + int64_t(j) * k;
+      T *ct = c + i * ldc + j;
+      if (rows == mr && cols == nr) {
+        kernel(k, panel_a, panel_b, ct, ldc, beta);
+      } else {
+        kernel(k, panel_a, panel_b, tile, nr, T(0));
+        merge_tile<T>(rows, cols, tile, nr, ct, ldc, beta);
+      }
+    }
+  }
+}
+
+// The loop nest of the large multiply: blocks of bm rows, bk inner and bn columns. A block of
+// A is packed once for all blocks of B; later inner blocks add to what the first one left.
+// pack_a(i0, l0, mb, kb), pack_b(l0, j0, kb, nb), block(i0, j0, mb, nb, kb, beta).
+template <typename T, typename PackA, typename PackB, typename Block>
+void for_each_block(int32_t m, int32_t n, int32_t k, int32_t bm, int32_t bk, int32_t bn, T beta,
+                    PackA pack_a, PackB pack_b, Block block) {
+  for (int32_t i0 = 0; i0 < m; i0 += bm) {
+    const int32_t mb = m - i0 < bm ? m - i0 : bm;
+    for (int32_t l0 = 0; l0 < k; l0 += bk) {
+      const int32_t kb = k - l0 < bk ? k - l0 : bk;
+      const T beta_block = l0 == 0 ? beta : T(1);
+      pack_a(i0, l0, mb, kb);
+      for (int32_t j0 = 0; j0 < n; j0 += bn) {
+        const int32_t nb = n - j0 < bn ? n - j0 : bn;
+        pack_b(l0, j0, kb, nb);
+        block(i0, j0, mb, nb, kb, beta_block);
+      }
+    }
+  }
+}
+
 template <typename T, int MR, int NR>
 using StridedKernel = void (*)(int32_t, const T *, const T *, T *, int64_t, int64_t, T, T);
 
@@ -98,34 +142,16 @@ bool blocked_strided(int32_t m, int32_t n, int32_t k, const T *a, int64_t rs_a, 
   T *const buf_a = panels.get();
   T *const buf_b = buf_a + int64_t(kBlockM) * kBlockK;
   alignas(64) T tile[MR * NR];
-  for (int32_t i0 = 0; i0 < m; i0 += kBlockM) {
-    const int32_t mb = m - i0 < kBlockM ? m - i0 : kBlockM;
-    for (int32_t l0 = 0; l0 < k; l0 += kBlockK) {
-      const int32_t kb = k - l0 < kBlockK ? k - l0 : kBlockK;
-      // Later inner blocks add to what the first one left.
-      const T beta_block = l0 == 0 ? beta : T(1);
-      pack_a(mb, kb, MR, a + i0 * rs_a + l0 * cs_a, rs_a, cs_a, buf_a);
-      for (int32_t j0 = 0; j0 < n; j0 += kBlockN) {
-        const int32_t nb = n - j0 < kBlockN ? n - j0 : kBlockN;
-        pack_b(kb, nb, NR, b + l0 * rs_b + j0 * cs_b, rs_b, cs_b, buf_b);
-        for (int32_t ti = 0; ti < mb; ti += MR) {
-          const int32_t rows = mb - ti < MR ? mb - ti : MR;
-          const T *panel_a = buf_a + int64_t(ti) * kb;
-          for (int32_t tj = 0; tj < nb; tj += NR) {
-            const int32_t cols = nb - tj < NR ? nb - tj : NR;
-            const T *panel_b = buf_b + int64_t(tj) * kb;
-            T *ct = c + (i0 + ti) * ldc + j0 + tj;
-            if (rows == MR && cols == NR) {
-              kernel(kb, panel_a, panel_b, ct, ldc, 1, alpha, beta_block);
-            } else {
-              kernel(kb, panel_a, panel_b, tile, NR, 1, alpha, T(0));
-              merge_tile<T>(rows, cols, tile, NR, ct, ldc, beta_block);
-            }
-          }
-        }
-      }
-    }
-  }
+  auto strided = [&](int32_t kb, const T *pa, const T *pb, T *ct, int64_t ld, T beta_tile) {
+    kernel(kb, pa, pb, ct, ld, 1, alpha, beta_tile);
+  };
+  for_each_block<T>(
+      m, n, k, kBlockM, kBlockK, kBlockN, beta,
+      [&](int32_t i0, int32_t l0, int32_t mb, int32_t kb) { pack_a(mb, kb, MR, a + i0 * rs_a + l0 * cs_a, rs_a, cs_a, buf_a); },
+      [&](int32_t l0, int32_t j0, int32_t kb, int32_t nb) { pack_b(kb, nb, NR, b + l0 * rs_b + j0 * cs_b, rs_b, cs_b, buf_b); },
+      [&](int32_t i0, int32_t j0, int32_t mb, int32_t nb, int32_t kb, T beta_block) {
+        run_tiles<T>(mb, nb, kb, buf_a, buf_b, MR, NR, c + i0 * ldc + j0, ldc, beta_block, tile, strided);
+      });
   return true;
 }
 
@@ -288,21 +314,10 @@ ORU_API void mat_mul_kernel_row_major(int32_t m, int32_t n, int32_t k, float *c,
     if (!big.reset(int64_t(mr) * nr)) return;
     tile = big.get();
   }
-  for (int32_t i = 0; i < m; i += mr) {
-    const int32_t rows = m - i < mr ? m - i : mr;
-    const float *panel_a = packed_a + int64_t(i) * k;
-    for (int32_t j = 0; j < n; j += nr) {
-      const int32_t cols = n - j < nr ? n - j : nr;
-      const float *panel_b = packed_b + int64_t(j) * k;
-      float *ct = c + int64_t(i) * ldc + j;
-      if (rows == mr && cols == nr) {
-        kernel(k, panel_a, panel_b, ct, ldc, alpha, beta);
-      } else {
-        kernel(k, panel_a, panel_b, tile, nr, alpha, 0.0f);
-        oru::merge_tile<float>(rows, cols, tile, nr, ct, ldc, beta);
-      }
-    }
-  }
+  oru::run_tiles<float>(m, n, k, packed_a, packed_b, mr, nr, c, ldc, beta, tile,
+                        [&](int32_t kb, const float *pa, const float *pb, float *ct, int64_t ld, float beta_tile) {
+                          kernel(kb, pa, pb, ct, int32_t(ld), alpha, beta_tile);
+                        });
 }
 
 ORU_API void blocked_mat_mul_row_major_real32(int32_t m, int32_t n, int32_t k, const float *a,
@@ -320,20 +335,14 @@ ORU_API void blocked_mat_mul_row_major_real32(int32_t m, int32_t n, int32_t k, c
   if (!panels) return;
   float *const buf_a = panels.get();
   float *const buf_b = buf_a + rows_a * kBlockAny;
-  for (int32_t i0 = 0; i0 < m; i0 += kBlockAny) {
-    const int32_t mb = m - i0 < kBlockAny ? m - i0 : kBlockAny;
-    for (int32_t l0 = 0; l0 < k; l0 += kBlockAny) {
-      const int32_t kb = k - l0 < kBlockAny ? k - l0 : kBlockAny;
-      const float beta_block = l0 == 0 ? beta : 1.0f;
-      copy_a_blocked(mb, kb, mr, a + int64_t(i0) * lda + l0, lda, buf_a);
-      for (int32_t j0 = 0; j0 < n; j0 += kBlockAny) {
-        const int32_t nb = n - j0 < kBlockAny ? n - j0 : kBlockAny;
-        copy_b_blocked(kb, nb, nr, b + int64_t(l0) * ldb + j0, ldb, buf_b);
-        mat_mul_kernel_row_major(mb, nb, kb, c + int64_t(i0) * ldc + j0, ldc, buf_a, buf_b,
-                                 mr, nr, kernel, alpha, beta_block);
-      }
-    }
-  }
+  oru::for_each_block<float>(
+      m, n, k, kBlockAny, kBlockAny, kBlockAny, beta,
+      [&](int32_t i0, int32_t l0, int32_t mb, int32_t kb) { copy_a_blocked(mb, kb, mr, a + int64_t(i0) * lda + l0, lda, buf_a); },
+      [&](int32_t l0, int32_t j0, int32_t kb, int32_t nb) { copy_b_blocked(kb, nb, nr, b + int64_t(l0) * ldb + j0, ldb, buf_b); },
+      [&](int32_t i0, int32_t j0, int32_t mb, int32_t nb, int32_t kb, float beta_block) {
+        mat_mul_kernel_row_major(mb, nb, kb, c + int64_t(i0) * ldc + j0, ldc, buf_a, buf_b, mr, nr, kernel, alpha,
+                                 beta_block);
+      });
 }
 
 }  // extern "C"

@@ -17,10 +17,18 @@ void cvt_ai8u_to_aif32_neon(float *d, const uint8_t *s, int64_t n) {
 
 void cvt_aif32_to_ai8u_neon(uint8_t *d, const float *s, int64_t n) {
   // Ties to even as rint does in the default mode; the saturating narrowings clamp to 0..255.
+  // From 2^31 on the plain form keeps the low 32 bits of the integer, which the saturating
+  // conversion doesn't: such a group of eight takes the plain step.
+  const float32x4_t limit = vdupq_n_f32(2147483648.0f);
   int64_t i = 0;
   for (; i + 8 <= n; i += 8) {
-    const int32x4_t a = vcvtnq_s32_f32(vld1q_f32(s + i));
-    const int32x4_t b = vcvtnq_s32_f32(vld1q_f32(s + i + 4));
+    const float32x4_t x0 = vld1q_f32(s + i), x1 = vld1q_f32(s + i + 4);
+    if (vmaxvq_u32(vorrq_u32(vcageq_f32(x0, limit), vcageq_f32(x1, limit)))) {
+      for (int64_t k = 0; k < 8; ++k) d[i + k] = f_to_u8(double(s[i + k]));
+      continue;
+    }
+    const int32x4_t a = vcvtnq_s32_f32(x0);
+    const int32x4_t b = vcvtnq_s32_f32(x1);
     vst1_u8(d + i, vqmovn_u16(vcombine_u16(vqmovun_s32(a), vqmovun_s32(b))));
   }
   for (; i < n; ++i) d[i] = f_to_u8(double(s[i]));

@@ -1,11 +1,5 @@
 // AVX2 form of the assignment's relaxation step: four columns per step, a plain tail.
-// GCC 12's own intrinsic headers start some results from an "undefined" vector and
-// then warn about it; the warning is about the header, not this code.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-#include <immintrin.h>
+#include "kernels/simd/oru_simd_avx2.h"
 
 #include <limits>
 

@@ -1,12 +1,6 @@
 // AVX-512 form of the assignment's relaxation step: eight columns per step, the tail
 // under a mask.
-// GCC 12's own intrinsic headers start some results from an "undefined" vector and
-// then warn about it; the warning is about the header, not this code.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-#include <immintrin.h>
+#include "kernels/simd/oru_simd_avx512.h"
 
 #include <limits>
 

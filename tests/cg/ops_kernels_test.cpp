@@ -10,6 +10,7 @@
 
 #include "kernels/activation/oru_act_kernels.h"
 #include "kernels/pooling/oru_pool_kernels.h"
+#include "oru_form_tester.h"
 #include "oru_test_util.h"
 
 namespace {
@@ -22,32 +23,7 @@ uint32_t bits(float f) {
   return u;
 }
 
-// Distance in units in the last place between two finite floats of the same sign region.
-int64_t ulp_distance(float a, float b) {
-  auto key = [](float f) {
-    int32_t i;
-    std::memcpy(&i, &f, 4);
-    return i < 0 ? int64_t(INT32_MIN) - i : int64_t(i);
-  };
-  return std::llabs(key(a) - key(b));
-}
-
 const int64_t kLengths[] = {0, 1, 3, 7, 8, 9, 15, 16, 17, 31, 33, 64, 100, 1000};
-
-TEST(ActKernels, HswishFormsAgreeBitForBit) {
-  for (int64_t n : kLengths) {
-    auto x = oru_test::random_values<float>(n, -8.0, 8.0, 11u + uint32_t(n));
-    if (n > 2) x[1] = -3.0f, x[2] = 3.0f;
-    std::vector<float> ref(n);
-    oru::hswish_f32_plain(ref.data(), x.data(), n);
-    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::hswish_f32), [&](Isa isa, auto f) {
-      std::vector<float> y(n + 1, 123.0f);
-      f(y.data(), x.data(), n);
-      for (int64_t i = 0; i < n; ++i) ASSERT_EQ(bits(y[i]), bits(ref[i])) << oru::isa_name(isa) << " n=" << n << " i=" << i;
-      EXPECT_EQ(y[n], 123.0f) << "wrote past the end";
-    });
-  }
-}
 
 TEST(ActKernels, HswishValuesFromTheFormula) {
   const float x[] = {-4.0f, -3.0f, 0.0f, 1.0f, 3.0f, 10.0f};
@@ -61,43 +37,24 @@ TEST(ActKernels, HswishValuesFromTheFormula) {
   EXPECT_NEAR(y[5], 10.0, 1e-5);
 }
 
-TEST(ActKernels, SigmoidFormsWithinFewUlpOfDouble) {
+// Every form, the plain one too, against double-precision references.
+class ActOracle : public ::testing::TestWithParam<Isa> {};
+ORU_FORM_SUITE_WITH_PLAIN(ActOracle);
+
+TEST_P(ActOracle, SigmoidFormsWithinFewUlpOfDouble) {
+  ORU_SKIP_UNLESS_FORM(ORU_KERNEL_FORMS(oru::sigmoid_f32), "sigmoid_f32");
   for (int64_t n : kLengths) {
     auto x = oru_test::random_values<float>(n, -30.0, 30.0, 21u + uint32_t(n));
-    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::sigmoid_f32), [&](Isa isa, auto f) {
+    oru_test::run_form(ORU_KERNEL_FORMS(oru::sigmoid_f32), GetParam(), [&](Isa isa, auto f) {
       std::vector<float> y(n);
       f(y.data(), x.data(), n);
       for (int64_t i = 0; i < n; ++i) {
         const double e = std::exp(double(x[i]));
         const float ref = float(e / (e + 1.0));
-        ASSERT_LE(ulp_distance(y[i], ref), 4) << oru::isa_name(isa) << " x=" << x[i];
+        ASSERT_LE(oru_test::ulps(y[i], ref), 4) << oru::isa_name(isa) << " x=" << x[i];
       }
     });
   }
-}
-
-TEST(ActKernels, SigmoidExtremesFollowExpf) {
-  // e^x overflows above about 88.72: the quotient inf / inf is NaN, as with expf.
-  const float x[] = {-200.0f, -90.0f, -87.0f, 0.0f, 88.0f, 89.0f, 200.0f, std::numeric_limits<float>::infinity(),
-                     -std::numeric_limits<float>::infinity(), std::nanf("")};
-  const int64_t n = 10;
-  std::vector<float> ref(n);
-  oru::sigmoid_f32_plain(ref.data(), x, n);
-  // Pad to a full vector of each width so the vector body, not the tail, sees them.
-  std::vector<float> xs(32, 0.0f);
-  std::copy(x, x + n, xs.begin());
-  oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::sigmoid_f32), [&](Isa isa, auto f) {
-    std::vector<float> y(32);
-    f(y.data(), xs.data(), 32);
-    for (int64_t i = 0; i < n; ++i) {
-      if (std::isnan(ref[i])) {
-        EXPECT_TRUE(std::isnan(y[i])) << oru::isa_name(isa) << " x=" << x[i];
-      } else {
-        EXPECT_NEAR(y[i], ref[i], 1e-7) << oru::isa_name(isa) << " x=" << x[i];
-      }
-    }
-    EXPECT_EQ(y[3], 0.5f);
-  });
 }
 
 void softmax_reference(std::vector<double> &y, const std::vector<float> &x, int64_t rows, int64_t len) {
@@ -110,7 +67,8 @@ void softmax_reference(std::vector<double> &y, const std::vector<float> &x, int6
   }
 }
 
-TEST(ActKernels, SoftmaxFormsAgainstDoubleReference) {
+TEST_P(ActOracle, SoftmaxFormsAgainstDoubleReference) {
+  ORU_SKIP_UNLESS_FORM(ORU_KERNEL_FORMS(oru::softmax_rows_f32), "softmax_rows_f32");
   std::mt19937 gen(5);
   for (int trial = 0; trial < 40; ++trial) {
     const int64_t len = trial < 10 ? 2 : 1 + int64_t(gen() % 70);
@@ -118,7 +76,7 @@ TEST(ActKernels, SoftmaxFormsAgainstDoubleReference) {
     auto x = oru_test::random_values<float>(size_t(rows * len), -20.0, 20.0, 100u + trial);
     std::vector<double> ref;
     softmax_reference(ref, x, rows, len);
-    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::softmax_rows_f32), [&](Isa isa, auto f) {
+    oru_test::run_form(ORU_KERNEL_FORMS(oru::softmax_rows_f32), GetParam(), [&](Isa isa, auto f) {
       // In place, as the graph runs it.
       std::vector<float> y = x;
       f(y.data(), y.data(), rows, len);
@@ -134,11 +92,12 @@ TEST(ActKernels, SoftmaxFormsAgainstDoubleReference) {
   }
 }
 
-TEST(ActKernels, SoftmaxHugeAndEqualRows) {
+TEST_P(ActOracle, SoftmaxHugeAndEqualRows) {
+  ORU_SKIP_UNLESS_FORM(ORU_KERNEL_FORMS(oru::softmax_rows_f32), "softmax_rows_f32");
   for (int64_t len : {2, 5, 37}) {
     std::vector<float> x(size_t(3 * len), 7.0f);
     for (int64_t i = 0; i < len; ++i) x[size_t(len + i)] = i == 0 ? 1e30f : 0.0f;
-    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::softmax_rows_f32), [&](Isa isa, auto f) {
+    oru_test::run_form(ORU_KERNEL_FORMS(oru::softmax_rows_f32), GetParam(), [&](Isa isa, auto f) {
       std::vector<float> y(x.size());
       f(y.data(), x.data(), 3, len);
       for (int64_t i = 0; i < len; ++i) {
@@ -149,21 +108,57 @@ TEST(ActKernels, SoftmaxHugeAndEqualRows) {
   }
 }
 
-TEST(ActKernels, AddFormsAgreeBitForBit) {
-  for (int64_t n : kLengths) {
-    auto a = oru_test::random_values<float>(n, -5.0, 5.0, 1u + uint32_t(n));
-    auto b = oru_test::random_values<float>(n, -5.0, 5.0, 2u + uint32_t(n));
-    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::add_f32), [&](Isa isa, auto f) {
-      std::vector<float> y(n);
-      f(y.data(), a.data(), b.data(), n);
-      for (int64_t i = 0; i < n; ++i) ASSERT_EQ(y[i], a[i] + b[i]) << oru::isa_name(isa);
-    });
-    oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::add_scalar_f32), [&](Isa isa, auto f) {
-      std::vector<float> y(n);
-      f(y.data(), a.data(), 0.375f, n);
-      for (int64_t i = 0; i < n; ++i) ASSERT_EQ(y[i], a[i] + 0.375f) << oru::isa_name(isa);
-    });
-  }
+// Every activation form against its plain twin through the form tester: swept lengths and
+// offsets, special values, in place, a guard past the end.
+class ActForms : public ::testing::TestWithParam<Isa> {};
+ORU_FORM_SUITE(ActForms);
+
+using Unary = void (*)(float *, const float *, int64_t);
+const auto unary = [](Unary f, float *y, const float *const *x, int64_t n) { f(y, x[0], n); };
+
+TEST_P(ActForms, ReluBitForBit) {
+  ORU_FORM_UNDER_TEST(f, ORU_KERNEL_FORMS(oru::relu_f32), "relu_f32");
+  oru_test::check_elementwise<float>(oru::relu_f32_plain, f, {}, unary);
+}
+
+TEST_P(ActForms, HswishBitForBit) {
+  ORU_FORM_UNDER_TEST(f, ORU_KERNEL_FORMS(oru::hswish_f32), "hswish_f32");
+  oru_test::ElementwiseCheck c;
+  c.lo = -8, c.hi = 8;
+  oru_test::check_elementwise<float>(oru::hswish_f32_plain, f, c, unary);
+}
+
+TEST_P(ActForms, SigmoidWithinFewUlpOfPlain) {
+  ORU_FORM_UNDER_TEST(f, ORU_KERNEL_FORMS(oru::sigmoid_f32), "sigmoid_f32");
+  oru_test::ElementwiseCheck c;
+  // Around the exponential's edges as well: e^x overflows above about 88.72, where inf / inf
+  // is NaN as with expf, and reaches denormals below -87.
+  c.lo = -30, c.hi = 30, c.max_ulps = 4, c.abs_tol = 1e-37;
+  c.extra = {88.0, 88.72283172607421875, 88.72283935546875, 89.0, 200.0, -87.0, -90.0, -103.0, -104.5, -200.0};
+  oru_test::check_elementwise<float>(oru::sigmoid_f32_plain, f, c, unary);
+}
+
+TEST_P(ActForms, AddBitForBit) {
+  ORU_FORM_UNDER_TEST(f, ORU_KERNEL_FORMS(oru::add_f32), "add_f32");
+  oru_test::ElementwiseCheck c;
+  c.inputs = 2, c.any_nan = true;
+  oru_test::check_elementwise<float>(oru::add_f32_plain, f, c,
+                                     [](decltype(f) g, float *y, const float *const *x, int64_t n) { g(y, x[0], x[1], n); });
+}
+
+TEST_P(ActForms, AddScalarBitForBit) {
+  ORU_FORM_UNDER_TEST(f, ORU_KERNEL_FORMS(oru::add_scalar_f32), "add_scalar_f32");
+  oru_test::check_elementwise<float>(oru::add_scalar_f32_plain, f, {},
+                                     [](decltype(f) g, float *y, const float *const *x, int64_t n) { g(y, x[0], 0.375f, n); });
+}
+
+TEST(ActKernels, ReluPlainFormGivesPositiveZeroForNegativesNegativeZeroAndNaN) {
+  const float in[] = {-1.0f, -0.0f, std::nanf(""), -std::numeric_limits<float>::infinity(), 2.5f, 1e-45f};
+  float out[6];
+  oru::relu_f32_plain(out, in, 6);
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(bits(out[i]), 0u) << i;
+  EXPECT_EQ(out[4], 2.5f);
+  EXPECT_EQ(out[5], 1e-45f);
 }
 
 TEST(ActKernels, Relu6Clamps) {
@@ -192,7 +187,13 @@ void pool_reference(std::vector<float> &out, const std::vector<float> &in, int32
       }
 }
 
-TEST(PoolKernels, FormsAgreeWithPlainAndReference) {
+class PoolForms : public ::testing::TestWithParam<Isa> {};
+ORU_FORM_SUITE(PoolForms);
+
+TEST_P(PoolForms, AgreeWithPlainAndReference) {
+  ORU_FORM_UNDER_TEST(max_form, ORU_KERNEL_FORMS(oru::max_pool2d_f32), "max_pool2d_f32");
+  ORU_FORM_UNDER_TEST(avg_form, ORU_KERNEL_FORMS(oru::avg_pool2d_f32), "avg_pool2d_f32");
+  const Isa isa = GetParam();
   std::mt19937 gen(9);
   for (int trial = 0; trial < 30; ++trial) {
     const int32_t k = trial % 3 == 2 ? 3 : 2;
@@ -205,7 +206,7 @@ TEST(PoolKernels, FormsAgreeWithPlainAndReference) {
       oru::PoolPlanes p{in.data(), plain.data(), w, int64_t(w) * h, w / k, h / k, int64_t(w / k) * (h / k), c, k, k};
       (is_max ? oru::max_pool2d_f32_plain : oru::avg_pool2d_f32_plain)(p);
       for (size_t i = 0; i < ref.size(); ++i) ASSERT_NEAR(plain[i], ref[i], 1e-5) << "w=" << w << " k=" << k;
-      auto check = [&](Isa isa, auto f) {
+      auto check = [&](auto f) {
         std::vector<float> y(ref.size() + 1, 77.0f);
         oru::PoolPlanes q = p;
         q.out = y.data();
@@ -213,15 +214,15 @@ TEST(PoolKernels, FormsAgreeWithPlainAndReference) {
         for (size_t i = 0; i < ref.size(); ++i) ASSERT_EQ(bits(y[i]), bits(plain[i])) << oru::isa_name(isa) << " w=" << w;
         EXPECT_EQ(y[ref.size()], 77.0f);
       };
-      if (is_max)
-        oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::max_pool2d_f32), check);
-      else
-        oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::avg_pool2d_f32), check);
+      check(is_max ? max_form : avg_form);
     }
   }
 }
 
-TEST(PoolKernels, GlobalWindowsOverManyPlanesInEveryForm) {
+TEST_P(PoolForms, GlobalWindowsOverManyPlanes) {
+  ORU_FORM_UNDER_TEST(max_form, ORU_KERNEL_FORMS(oru::max_pool2d_f32), "max_pool2d_f32");
+  ORU_FORM_UNDER_TEST(avg_form, ORU_KERNEL_FORMS(oru::avg_pool2d_f32), "avg_pool2d_f32");
+  const Isa isa = GetParam();
   // Planes of 7 x 7 and 20 x 13 (not square: the kernel takes kw and kh), channel counts
   // that leave lanes over.
   const struct {
@@ -238,17 +239,14 @@ TEST(PoolKernels, GlobalWindowsOverManyPlanesInEveryForm) {
       double sum0 = 0, max0 = in[0];
       for (int32_t i = 0; i < s.w * s.h; ++i) sum0 += in[size_t(i)], max0 = std::max(max0, double(in[size_t(i)]));
       EXPECT_NEAR(ref[0], is_max ? max0 : sum0 / (s.w * s.h), 1e-5);
-      auto check = [&](Isa isa, auto f) {
+      auto check = [&](auto f) {
         std::vector<float> y(size_t(s.c), 55.0f);
         oru::PoolPlanes p{in.data(), y.data(), s.w, int64_t(s.w) * s.h, 1, 1, 1, s.c, s.w, s.h};
         f(p);
         for (int32_t i = 0; i < s.c; ++i)
           ASSERT_EQ(bits(y[size_t(i)]), bits(ref[size_t(i)])) << oru::isa_name(isa) << " plane " << i << " w=" << s.w;
       };
-      if (is_max)
-        oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::max_pool2d_f32), check);
-      else
-        oru::for_each_runnable_form(ORU_KERNEL_FORMS(oru::avg_pool2d_f32), check);
+      check(is_max ? max_form : avg_form);
     }
   }
 }

@@ -7,6 +7,7 @@
 
 #include "image/oru_image_kernels.h"
 #include "image_test_util.h"
+#include "oru_form_tester.h"
 
 using namespace oru_image_test;
 
@@ -206,9 +207,13 @@ TEST(ImageColor, Refusals) {
   testing::internal::GetCapturedStdout();
 }
 
+class ImageColorForms : public ::testing::TestWithParam<oru::Isa> {};
+ORU_FORM_SUITE(ImageColorForms);
+
 // The per-product rounding of the Arm runs: its NEON form against its plain twin, and
-// the plain twin within one of the plain formula.
-TEST(ImageColorKernels, ArmRunsMatchTheirTwinAndStayWithinOne) {
+// the plain twin within one of the plain formula (on every host; the test then reports
+// the NEON form as skipped where it is not built).
+TEST_P(ImageColorForms, ArmRunsMatchTheirTwinAndStayWithinOne) {
   using namespace oru;
   using ToBgr = decltype(&yuv420_to_bgr_rows_q15_plain);
   using FromBgr = decltype(&bgr_to_yuv420_rows_q15_plain);
@@ -223,7 +228,7 @@ TEST(ImageColorKernels, ArmRunsMatchTheirTwinAndStayWithinOne) {
     yuv420_to_bgr_rows_plain(s0.data(), s1.data(), y.data(), y.data() + n, uv.data(), uv.data() + n / 2, n);
     EXPECT_LE(max_abs_diff(w0, s0), 1);
     EXPECT_LE(max_abs_diff(w1, s1), 1);
-    for_each_runnable_form(to, [&](Isa isa, auto fn) {
+    oru_test::run_form(to, GetParam(), [&](Isa isa, auto fn) {
       std::vector<uint8_t> g0(3 * size_t(n)), g1 = g0;
       fn(g0.data(), g1.data(), y.data(), y.data() + n, uv.data(), uv.data() + n / 2, n);
       EXPECT_EQ(g0, w0) << isa_name(isa);
@@ -233,33 +238,36 @@ TEST(ImageColorKernels, ArmRunsMatchTheirTwinAndStayWithinOne) {
     std::vector<uint8_t> want(3 * size_t(n));
     from.plain(want.data(), want.data() + n, want.data() + 2 * n, want.data() + 2 * n + n / 2, bgr.data(),
                bgr.data() + 3 * n, n);
-    for_each_runnable_form(from, [&](Isa isa, auto fn) {
+    oru_test::run_form(from, GetParam(), [&](Isa isa, auto fn) {
       std::vector<uint8_t> got(3 * size_t(n));
       fn(got.data(), got.data() + n, got.data() + 2 * n, got.data() + 2 * n + n / 2, bgr.data(), bgr.data() + 3 * n, n);
       EXPECT_EQ(got, want) << isa_name(isa);
     });
   }
+  ORU_SKIP_UNLESS_FORM(to, "yuv420_to_bgr_rows_q15");
 }
 
 // Every vector form of every row kernel against the plain form, on lengths that hit each tail.
-TEST(ImageColorKernels, VectorFormsMatchPlain) {
+TEST_P(ImageColorForms, GreyRowMatchesPlain) {
+  ORU_FORM_UNDER_TEST(f, ORU_KERNEL_FORMS(oru::bgr_to_gray_row), "bgr_to_gray_row");
+  oru_test::ElementwiseCheck c;
+  c.lo = 0, c.hi = 255.99, c.in_scale = 3, c.in_extra = 1, c.in_place = false;
+  oru_test::check_elementwise<uint8_t>(oru::bgr_to_gray_row_plain, f, c,
+                                       [](decltype(f) g, uint8_t *y, const uint8_t *const *x, int64_t n) {
+                                         g(y, x[0], int32_t(n));
+                                       });
+}
+
+TEST_P(ImageColorForms, Yuv420RowsMatchPlain) {
   using namespace oru;
-  const auto gray = ORU_KERNEL_FORMS(bgr_to_gray_row);
   const auto yuv = ORU_KERNEL_FORMS(yuv420_to_bgr_rows);
+  ORU_SKIP_UNLESS_FORM(yuv, "yuv420_to_bgr_rows");
   for (int32_t n : {0, 1, 2, 7, 15, 16, 17, 31, 32, 33, 48, 63, 64, 65, 100, 257}) {
-    const auto bgr = random_bytes(size_t(3 * n) + 1, uint32_t(n));
-    std::vector<uint8_t> want(size_t(n) + 1, 0xAB);
-    gray.plain(want.data(), bgr.data(), n);
-    for_each_runnable_form(gray, [&](Isa isa, auto fn) {
-      std::vector<uint8_t> got(size_t(n) + 1, 0xAB);
-      fn(got.data(), bgr.data(), n);
-      EXPECT_EQ(got, want) << isa_name(isa) << " n=" << n;
-    });
     const int32_t e = n & ~1;
     const auto y = random_bytes(2 * size_t(e) + 2, uint32_t(n) + 100), uv = random_bytes(size_t(e) + 2, uint32_t(n) + 200);
     std::vector<uint8_t> w0(3 * size_t(e) + 1, 0xCD), w1 = w0;
     yuv.plain(w0.data(), w1.data(), y.data(), y.data() + e, uv.data(), uv.data() + e / 2 + 1, e);
-    for_each_runnable_form(yuv, [&](Isa isa, auto fn) {
+    oru_test::run_form(yuv, GetParam(), [&](Isa isa, auto fn) {
       std::vector<uint8_t> g0(3 * size_t(e) + 1, 0xCD), g1 = g0;
       fn(g0.data(), g1.data(), y.data(), y.data() + e, uv.data(), uv.data() + e / 2 + 1, e);
       EXPECT_EQ(g0, w0) << isa_name(isa) << " n=" << e;

@@ -8,6 +8,7 @@
 #include "image/oru_image_kernels.h"
 #include "image/oru_image_resizer_internal.h"
 #include "image_test_util.h"
+#include "oru_form_tester.h"
 
 using namespace oru_image_test;
 
@@ -185,29 +186,49 @@ TEST(ImageResize, YuvPlanesResizeTogether) {
   EXPECT_EQ(read_plane(out->plane2, out->stride2, 5, 3), std::vector<uint8_t>(15, 100));
 }
 
-TEST(ImageResizeKernels, VectorFormsMatchPlain) {
+class ImageResizeForms : public ::testing::TestWithParam<oru::Isa> {};
+ORU_FORM_SUITE(ImageResizeForms);
+
+// The byte row kernels through the form tester: swept lengths and offsets, random bytes
+// (0 and 255 among them), a guard past the end.
+template <typename Fn, typename Call>
+void check_bytes(Fn plain, Fn form, int64_t in_scale, int64_t in_extra, Call call) {
+  oru_test::ElementwiseCheck c;
+  c.inputs = 2, c.lo = 0, c.hi = 255.99, c.in_scale = in_scale, c.in_extra = in_extra, c.in_place = false;
+  oru_test::check_elementwise<uint8_t>(plain, form, c, call);
+}
+
+TEST_P(ImageResizeForms, VerticalAndBoxRowsMatchPlain) {
   using namespace oru;
+  ORU_FORM_UNDER_TEST(vertical, ORU_KERNEL_FORMS(bilinear_vertical_row), "bilinear_vertical_row");
+  ORU_FORM_UNDER_TEST(box1, ORU_KERNEL_FORMS(box2_row_c1), "box2_row_c1");
+  ORU_FORM_UNDER_TEST(box3, ORU_KERNEL_FORMS(box2_row_c3), "box2_row_c3");
+  using Vertical = decltype(vertical);
+  using Box = decltype(box1);
+  for (int32_t wy : {0, 1, 777, 1024, 2047})
+    check_bytes(bilinear_vertical_row_plain, vertical, 1, 0, [wy](Vertical f, uint8_t *y, const uint8_t *const *x, int64_t n) {
+      f(y, x[0], x[1], wy, int32_t(n));
+    });
+  check_bytes(box2_row_c1_plain, box1, 2, 6, [](Box f, uint8_t *y, const uint8_t *const *x, int64_t n) {
+    f(y, x[0], x[1], int32_t(n));
+  });
+  // Whole three-byte pixels only.
+  check_bytes(box2_row_c3_plain, box3, 2, 6, [](Box f, uint8_t *y, const uint8_t *const *x, int64_t n) {
+    f(y, x[0], x[1], int32_t(3 * (n / 3)));
+  });
+}
+
+TEST_P(ImageResizeForms, HorizontalTapsMatchPlain) {
+  using namespace oru;
+  const auto horizontal = ORU_KERNEL_FORMS(bilinear_horizontal_c3);
+  ORU_SKIP_UNLESS_FORM(horizontal, "bilinear_horizontal_c3");
   std::mt19937 gen(7);
   auto bytes = [&](size_t n) {
     std::vector<uint8_t> v(n);
     for (auto &b : v) b = uint8_t(gen());
     return v;
   };
-  const auto vertical = ORU_KERNEL_FORMS(bilinear_vertical_row);
-  const auto horizontal = ORU_KERNEL_FORMS(bilinear_horizontal_c3);
-  const auto box1 = ORU_KERNEL_FORMS(box2_row_c1);
-  const auto box3 = ORU_KERNEL_FORMS(box2_row_c3);
   for (int32_t n : {0, 1, 5, 15, 16, 17, 31, 32, 33, 47, 48, 49, 64, 95, 96, 97, 200}) {
-    const auto a = bytes(size_t(n)), b = bytes(size_t(n));
-    for (int32_t wy : {0, 1, 777, 1024, 2047}) {
-      std::vector<uint8_t> want(size_t(n) + 1, 0x5A);
-      vertical.plain(want.data(), a.data(), b.data(), wy, n);
-      for_each_runnable_form(vertical, [&](Isa isa, auto fn) {
-        std::vector<uint8_t> got(size_t(n) + 1, 0x5A);
-        fn(got.data(), a.data(), b.data(), wy, n);
-        EXPECT_EQ(got, want) << isa_name(isa) << " n=" << n << " wy=" << wy;
-      });
-    }
     // Random taps over a source row of sw pixels; the neighbour is the next pixel.
     const int32_t sw = 2 + n / 2;
     const auto src = bytes(3 * size_t(sw));
@@ -219,21 +240,10 @@ TEST(ImageResizeKernels, VectorFormsMatchPlain) {
     }
     std::vector<uint8_t> want3(3 * size_t(n) + 1, 0x33);
     horizontal.plain(want3.data(), src.data(), off.data(), wexp.data(), n);
-    for_each_runnable_form(horizontal, [&](Isa isa, auto fn) {
+    oru_test::run_form(horizontal, GetParam(), [&](Isa isa, auto fn) {
       std::vector<uint8_t> got(3 * size_t(n) + 1, 0x33);
       fn(got.data(), src.data(), off.data(), wexp.data(), n);
       EXPECT_EQ(got, want3) << isa_name(isa) << " n=" << n;
     });
-    const auto r0 = bytes(2 * size_t(n) + 6), r1 = bytes(2 * size_t(n) + 6);
-    for (auto *forms : {&box1, &box3}) {
-      const int32_t len = forms == &box3 ? 3 * (n / 3) : n;
-      std::vector<uint8_t> want(size_t(len) + 1, 0x77);
-      forms->plain(want.data(), r0.data(), r1.data(), len);
-      for_each_runnable_form(*forms, [&](Isa isa, auto fn) {
-        std::vector<uint8_t> got(size_t(len) + 1, 0x77);
-        fn(got.data(), r0.data(), r1.data(), len);
-        EXPECT_EQ(got, want) << isa_name(isa) << " n=" << len << (forms == &box3 ? " c3" : " c1");
-      });
-    }
   }
 }

@@ -8,6 +8,7 @@
 
 #include "core/oru_dispatch.h"
 #include "kernels/gemm/oru_gemm_kernels.h"
+#include "oru_form_tester.h"
 #include "oru_test_util.h"
 
 namespace {
@@ -21,10 +22,12 @@ const int kLengths[] = {0, 1, 2, 3, 5, 7, 8, 16, 31, 64, 70, 513};
 const double kScales[] = {0.0, 1.0, -0.5, 2.5};
 
 // The strided 4-row kernels: every form, every alpha and beta case, C dense and strided.
+class GemmTileForms : public ::testing::TestWithParam<oru::Isa> {};
+ORU_FORM_SUITE(GemmTileForms);
+
 template <typename T, int NR, typename Fn>
-void check_strided_forms(const oru::KernelForms<Fn> &forms) {
+void check_strided_form(Fn plain, Fn f) {
   uint32_t seed = 1;
-  int ran = 0;
   for (int k : kLengths)
     for (int64_t cs : {1, 3})
       for (double alpha : kScales)
@@ -35,28 +38,25 @@ void check_strided_forms(const oru::KernelForms<Fn> &forms) {
           auto c0 = oru_test::random_values<T>(size_t(rs) * 4, -2, 2, seed++);
           c0[1] = std::numeric_limits<T>::quiet_NaN();  // beta 0 must not read it
           std::vector<T> expect = c0;
-          forms.plain(k, a.data(), b.data(), expect.data(), rs, cs, T(alpha), T(beta));
-          oru::for_each_runnable_form(forms, [&](oru::Isa isa, Fn f) {
-            std::vector<T> got = c0;
-            f(k, a.data(), b.data(), got.data(), rs, cs, T(alpha), T(beta));
-            EXPECT_TRUE(same_bits(got, expect)) << oru::isa_name(isa) << " k=" << k << " cs=" << cs
-                                                << " alpha=" << alpha << " beta=" << beta;
-            ++ran;
-          });
+          plain(k, a.data(), b.data(), expect.data(), rs, cs, T(alpha), T(beta));
+          std::vector<T> got = c0;
+          f(k, a.data(), b.data(), got.data(), rs, cs, T(alpha), T(beta));
+          ASSERT_TRUE(same_bits(got, expect)) << "k=" << k << " cs=" << cs << " alpha=" << alpha << " beta=" << beta;
         }
-  EXPECT_GT(ran, 0);
 }
 
-TEST(GemmTileKernels, Strided4x24FormsMatchPlainBits) {
-  check_strided_forms<float, 24>(ORU_KERNEL_FORMS(oru::mat_mul_4xkx24_kernel));
+TEST_P(GemmTileForms, Strided4x24MatchesPlainBits) {
+  ORU_FORM_UNDER_TEST(f, ORU_KERNEL_FORMS(oru::mat_mul_4xkx24_kernel), "mat_mul_4xkx24_kernel");
+  check_strided_form<float, 24>(oru::mat_mul_4xkx24_kernel_plain, f);
 }
 
-TEST(GemmTileKernels, Strided4x12FormsMatchPlainBits) {
-  check_strided_forms<double, 12>(ORU_KERNEL_FORMS(oru::mat_mul_4xkx12_kernel));
+TEST_P(GemmTileForms, Strided4x12MatchesPlainBits) {
+  ORU_FORM_UNDER_TEST(f, ORU_KERNEL_FORMS(oru::mat_mul_4xkx12_kernel), "mat_mul_4xkx12_kernel");
+  check_strided_form<double, 12>(oru::mat_mul_4xkx12_kernel_plain, f);
 }
 
 template <int MR, int NR, typename Fn>
-void check_conv_forms(const oru::KernelForms<Fn> &forms) {
+void check_conv_form(Fn plain, Fn f) {
   uint32_t seed = 100;
   for (int k : kLengths)
     for (float beta : {0.0f, 1.0f}) {
@@ -66,18 +66,18 @@ void check_conv_forms(const oru::KernelForms<Fn> &forms) {
       auto c0 = oru_test::random_values<float>(size_t(ldc) * MR, -2, 2, seed++);
       if (beta == 0.0f) c0[0] = std::numeric_limits<float>::quiet_NaN();
       std::vector<float> expect = c0;
-      forms.plain(k, a.data(), b.data(), expect.data(), ldc, 1.0f, beta);
-      oru::for_each_runnable_form(forms, [&](oru::Isa isa, Fn f) {
-        std::vector<float> got = c0;
-        f(k, a.data(), b.data(), got.data(), ldc, 1.0f, beta);
-        EXPECT_TRUE(same_bits(got, expect)) << oru::isa_name(isa) << " k=" << k << " beta=" << beta;
-      });
+      plain(k, a.data(), b.data(), expect.data(), ldc, 1.0f, beta);
+      std::vector<float> got = c0;
+      f(k, a.data(), b.data(), got.data(), ldc, 1.0f, beta);
+      ASSERT_TRUE(same_bits(got, expect)) << "k=" << k << " beta=" << beta;
     }
 }
 
-TEST(GemmTileKernels, ConvTileFormsMatchPlainBits) {
-  check_conv_forms<8, 8>(ORU_KERNEL_FORMS(oru::mat_mul_8xkx8_kernel));
-  check_conv_forms<1, 16>(ORU_KERNEL_FORMS(oru::mat_mul_1xkx16_kernel));
+TEST_P(GemmTileForms, ConvTilesMatchPlainBits) {
+  ORU_FORM_UNDER_TEST(f8, ORU_KERNEL_FORMS(oru::mat_mul_8xkx8_kernel), "mat_mul_8xkx8_kernel");
+  ORU_FORM_UNDER_TEST(f16, ORU_KERNEL_FORMS(oru::mat_mul_1xkx16_kernel), "mat_mul_1xkx16_kernel");
+  check_conv_form<8, 8>(oru::mat_mul_8xkx8_kernel_plain, f8);
+  check_conv_form<1, 16>(oru::mat_mul_1xkx16_kernel_plain, f16);
 }
 
 // The plain forms follow the written order: AB from zero in rising l, then C scaled and AB

@@ -9,165 +9,104 @@
 
 #include "core/oru_dispatch.h"
 #include "matrix/oru_l1_kernels.h"
+#include "oru_form_tester.h"
 #include "oru_test_util.h"
 
 namespace {
 
-std::vector<int64_t> lengths() {
-  std::vector<int64_t> n;
-  for (int64_t i = 0; i <= 70; ++i) n.push_back(i);
-  for (int64_t i : {127, 128, 129, 255, 1000, 1031}) n.push_back(i);
-  return n;
-}
+// The binary kernels through the form tester, one test per instruction set: swept lengths
+// and offsets, special values, dst aliasing the first operand, a guard past the end.
+class L1Forms : public ::testing::TestWithParam<oru::Isa> {};
+ORU_FORM_SUITE(L1Forms);
 
-template <typename T>
-std::vector<T> values(size_t n, uint32_t seed, double lo = -100.0, double hi = 100.0) {
-  return oru_test::random_values<T>(n, lo, hi, seed);
-}
-
-template <typename T>
-bool same_bits(T a, T b) {
-  return std::memcmp(&a, &b, sizeof(T)) == 0 || (std::isnan(a) && std::isnan(b));
-}
-
-// Runs every form of a binary kernel on the same operands, at offset 1 so that no
-// vector load is aligned, and compares with the plain form. ulps 0 means bit for bit.
 template <typename T, typename Fn>
-void check_binary(const oru::KernelForms<Fn> &forms, const char *name, int ulps_allowed, bool nonzero_b) {
-  int forms_seen = 0;
-  oru::for_each_runnable_form(forms, [&](oru::Isa isa, Fn f) {
-    ++forms_seen;
-    uint32_t seed = 1;
-    for (int64_t n : lengths()) {
-      auto a = values<T>(size_t(n) + 1, seed++);
-      auto b = values<T>(size_t(n) + 1, seed++, nonzero_b ? 0.5 : -100.0, 100.0);
-      std::vector<T> want(size_t(n) + 1, T(-7)), got(size_t(n) + 1, T(-7));
-      forms.plain(want.data() + 1, n, a.data() + 1, b.data() + 1);
-      f(got.data() + 1, n, a.data() + 1, b.data() + 1);
-      ASSERT_EQ(got[0], T(-7)) << "wrote before the start";
-      for (int64_t i = 1; i <= n; ++i) {
-        if (ulps_allowed == 0)
-          ASSERT_TRUE(same_bits(got[size_t(i)], want[size_t(i)]))
-              << name << " " << oru::isa_name(isa) << " n=" << n << " i=" << i << ": " << got[size_t(i)] << " vs "
-              << want[size_t(i)];
-        else
-          ASSERT_NEAR(got[size_t(i)], want[size_t(i)], std::abs(want[size_t(i)]) * ulps_allowed * 1.2e-7)
-              << name << " " << oru::isa_name(isa) << " n=" << n;
-      }
-      // dst may be one of the operands.
-      std::vector<T> in_place = a;
-      f(in_place.data() + 1, n, in_place.data() + 1, b.data() + 1);
-      for (int64_t i = 1; i <= n; ++i)
-        ASSERT_TRUE(ulps_allowed > 0 || same_bits(in_place[size_t(i)], want[size_t(i)])) << name << " in place";
-    }
-  });
-  EXPECT_GE(forms_seen, 1);
+void check_binary(Fn plain, Fn form, double max_ulps = 0, bool specials = true) {
+  oru_test::ElementwiseCheck c;
+  c.inputs = 2, c.any_nan = true, c.max_ulps = max_ulps, c.specials = specials;
+  oru_test::check_elementwise<T>(plain, form, c, [](Fn f, T *y, const T *const *x, int64_t n) { f(y, n, x[0], x[1]); });
 }
 
-TEST(L1Forms, BinaryFloatKernelsMatchThePlainFormBitForBit) {
-  check_binary<float>(ORU_KERNEL_FORMS(oru::add_real32), "add32", 0, false);
-  check_binary<float>(ORU_KERNEL_FORMS(oru::sub_real32), "sub32", 0, false);
-  check_binary<float>(ORU_KERNEL_FORMS(oru::mul_real32), "mul32", 0, false);
-  check_binary<double>(ORU_KERNEL_FORMS(oru::add_real64), "add64", 0, false);
-  check_binary<double>(ORU_KERNEL_FORMS(oru::sub_real64), "sub64", 0, false);
-  check_binary<double>(ORU_KERNEL_FORMS(oru::mul_real64), "mul64", 0, false);
-  check_binary<double>(ORU_KERNEL_FORMS(oru::div_real64), "div64", 0, true);
-}
+#define ORU_CHECK_BINARY(T, k, ...)                            \
+  do {                                                         \
+    ORU_FORM_UNDER_TEST(f, ORU_KERNEL_FORMS(oru::k), #k);      \
+    check_binary<T>(oru::k##_plain, f, ##__VA_ARGS__);         \
+  } while (0)
 
-TEST(L1Forms, FloatDivisionIsExactOnX86AndCloseOnArm) {
+TEST_P(L1Forms, FloatBitForBit) {
+  ORU_CHECK_BINARY(float, add_real32);
+  ORU_CHECK_BINARY(float, sub_real32);
+  ORU_CHECK_BINARY(float, mul_real32);
 #if defined(__aarch64__)
   // The reciprocal estimate with three refinement steps lands within a few ulp.
-  check_binary<float>(ORU_KERNEL_FORMS(oru::div_real32), "div32", 4, true);
+  ORU_CHECK_BINARY(float, div_real32, 4, false);
 #else
-  check_binary<float>(ORU_KERNEL_FORMS(oru::div_real32), "div32", 0, true);
+  ORU_CHECK_BINARY(float, div_real32);
 #endif
 }
 
-TEST(L1Forms, FastExponentialFormsAgreeBitForBit) {
-  const auto forms = ORU_KERNEL_FORMS(oru::fast_expl);
-  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto f) {
-    uint32_t seed = 100;
-    for (int64_t n : lengths()) {
-      auto x = values<double>(size_t(n), seed++, -760.0, 760.0);
-      // The special inputs where the clamps and the exponent saturation act.
-      const double specials[] = {0.0, -0.0, 2048.0, -2048.0, 1e300, -1e300, 709.0, 709.8, -708.4, -709.2, -745.0,
-                                 INFINITY, -INFINITY, NAN, 1e-320, 5e-324};
-      for (size_t i = 0; i < x.size(); i += 3) x[i] = specials[(i / 3) % (sizeof specials / sizeof *specials)];
-      auto want = x, got = x;
-      forms.plain(want.data(), n);
-      f(got.data(), n);
-      for (int64_t i = 0; i < n; ++i)
-        ASSERT_TRUE(same_bits(got[size_t(i)], want[size_t(i)]))
-            << oru::isa_name(isa) << " x=" << x[size_t(i)] << ": " << got[size_t(i)] << " vs " << want[size_t(i)];
-    }
+TEST_P(L1Forms, DoubleBitForBit) {
+  ORU_CHECK_BINARY(double, add_real64);
+  ORU_CHECK_BINARY(double, sub_real64);
+  ORU_CHECK_BINARY(double, mul_real64);
+  ORU_CHECK_BINARY(double, div_real64);
+}
+
+// The kernels that work in place: the tester's output starts as a copy of the input.
+template <typename T, typename Fn>
+void check_in_place(Fn plain, Fn form, oru_test::ElementwiseCheck c) {
+  c.in_place = false;
+  oru_test::check_elementwise<T>(plain, form, c, [](Fn g, T *y, const T *const *x, int64_t n) {
+    std::copy(x[0], x[0] + n, y);
+    g(y, n);
   });
 }
 
-TEST(L1Forms, SigmoidFormsStayWithinTwoUlpOfTheSystemExponential) {
-  const auto forms = ORU_KERNEL_FORMS(oru::sigmoid_real32);
-  oru::for_each_runnable_form(forms, [&](oru::Isa isa, auto f) {
-    uint32_t seed = 200;
-    for (int64_t n : lengths()) {
-      auto x = values<float>(size_t(n), seed++, -110.0, 95.0);
-      const float specials[] = {0.0f, 88.0f, 88.72283172607421875f, 88.72283935546875f, 89.0f, 1000.0f,
-                                -87.0f, -103.0f, -104.5f, -1000.0f, NAN, INFINITY, -INFINITY, 1e-30f};
-      for (size_t i = 0; i < x.size(); i += 5) x[i] = specials[(i / 5) % (sizeof specials / sizeof *specials)];
-      auto want = x, got = x;
-      forms.plain(want.data(), n);
-      f(got.data(), n);
-      for (int64_t i = 0; i < n; ++i) {
-        const float w = want[size_t(i)], g = got[size_t(i)];
-        if (std::isnan(w)) {
-          ASSERT_TRUE(std::isnan(g)) << oru::isa_name(isa) << " x=" << x[size_t(i)];
-        } else {
-          // Relative to the value, and absolute near zero where denormals lose their bits.
-          ASSERT_NEAR(g, w, std::max(std::abs(w) * 2.5e-7f, 1e-37f)) << oru::isa_name(isa) << " x=" << x[size_t(i)];
-        }
-      }
-    }
-  });
+TEST_P(L1Forms, FastExponentialFormsAgreeBitForBit) {
+  ORU_FORM_UNDER_TEST(f, ORU_KERNEL_FORMS(oru::fast_expl), "fast_expl");
+  oru_test::ElementwiseCheck c;
+  c.lo = -760, c.hi = 760;
+  // Where the clamps and the exponent saturation act.
+  c.extra = {2048.0, -2048.0, 1e300, -1e300, 709.0, 709.8, -708.4, -709.2, -745.0, 1e-320};
+  check_in_place<double>(oru::fast_expl_plain, f, c);
 }
 
+TEST_P(L1Forms, SigmoidFormsStayWithinTwoUlpOfTheSystemExponential) {
+  ORU_FORM_UNDER_TEST(f, ORU_KERNEL_FORMS(oru::sigmoid_real32), "sigmoid_real32");
+  oru_test::ElementwiseCheck c;
+  c.lo = -110, c.hi = 95, c.max_ulps = 4, c.abs_tol = 1e-37;
+  c.extra = {88.0, 88.72283172607421875, 88.72283935546875, 89.0, 1000.0, -87.0, -103.0, -104.5, -1000.0, 1e-30};
+  check_in_place<float>(oru::sigmoid_real32_plain, f, c);
+}
+
+// A conversion from S to D, bit for bit; extra: the values where rounding and saturation act.
 template <typename S, typename D, typename Fn>
-void check_conversion(const oru::KernelForms<Fn> &forms, double lo, double hi, std::vector<S> specials) {
-  oru::for_each_runnable_form(forms, [&](oru::Isa isa, Fn f) {
-    uint32_t seed = 300;
-    for (int64_t n : lengths()) {
-      std::vector<S> src = values<S>(size_t(n) + 1, seed++, lo, hi);
-      for (size_t i = 1; i < src.size(); i += 4) src[i] = specials[(i / 4) % specials.size()];
-      std::vector<D> want(size_t(n) + 1, D(9)), got(size_t(n) + 1, D(9));
-      forms.plain(want.data() + 1, src.data() + 1, n);
-      f(got.data() + 1, src.data() + 1, n);
-      ASSERT_EQ(got[0], D(9));
-      for (int64_t i = 1; i <= n; ++i)
-        ASSERT_TRUE(same_bits(got[size_t(i)], want[size_t(i)]))
-            << oru::isa_name(isa) << " n=" << n << " src=" << double(src[size_t(i)]);
-    }
-  });
+void check_conversion(Fn plain, Fn form, double lo, double hi, std::vector<double> extra) {
+  oru_test::ElementwiseCheck c;
+  c.lo = lo, c.hi = hi, c.extra = std::move(extra);
+  oru_test::check_elementwise<D, S>(plain, form, c, [](Fn g, D *y, const S *const *x, int64_t n) { g(y, x[0], n); });
 }
 
-TEST(L1Forms, ConversionFormsAgreeBitForBit) {
-  check_conversion<uint8_t, float>(ORU_KERNEL_FORMS(oru::cvt_ai8u_to_aif32), 0, 255.99, {0, 255, 128});
+TEST_P(L1Forms, ConversionFormsAgreeBitForBit) {
+  ORU_FORM_UNDER_TEST(u8_f32, ORU_KERNEL_FORMS(oru::cvt_ai8u_to_aif32), "cvt_ai8u_to_aif32");
+  ORU_FORM_UNDER_TEST(f32_u8, ORU_KERNEL_FORMS(oru::cvt_aif32_to_ai8u), "cvt_aif32_to_ai8u");
+  ORU_FORM_UNDER_TEST(f32_f64, ORU_KERNEL_FORMS(oru::cvt_aif32_to_aif64), "cvt_aif32_to_aif64");
+  ORU_FORM_UNDER_TEST(f64_f32, ORU_KERNEL_FORMS(oru::cvt_aif64_to_aif32), "cvt_aif64_to_aif32");
+  check_conversion<uint8_t, float>(oru::cvt_ai8u_to_aif32_plain, u8_f32, 0, 255.99, {255, 128});
   // Halves decide between the even neighbours; out-of-range values saturate.
-  check_conversion<float, uint8_t>(ORU_KERNEL_FORMS(oru::cvt_aif32_to_ai8u), -300, 300,
-                                   {0.5f, 1.5f, 2.5f, 254.5f, 255.5f, -0.5f, -0.7f, 300.0f, -1.0f, NAN, 1e9f});
-  check_conversion<float, double>(ORU_KERNEL_FORMS(oru::cvt_aif32_to_aif64), -1e30, 1e30, {NAN, INFINITY, 1e-40f});
-  check_conversion<double, float>(ORU_KERNEL_FORMS(oru::cvt_aif64_to_aif32), -1e30, 1e30,
-                                  {NAN, 1e39, 1e-46, 0.1, 1.0 + 1e-8});
+  check_conversion<float, uint8_t>(oru::cvt_aif32_to_ai8u_plain, f32_u8, -300, 300,
+                                   {0.5, 1.5, 2.5, 254.5, 255.5, -0.5, -0.7, 300.0, -1.0, 1e9, 2147483520.0, 3e9, 5e9, -5e9, 1e19});
+  check_conversion<float, double>(oru::cvt_aif32_to_aif64_plain, f32_f64, -1e30, 1e30, {1e-40});
+  check_conversion<double, float>(oru::cvt_aif64_to_aif32_plain, f64_f32, -1e30, 1e30, {1e39, 1e-46, 0.1, 1.0 + 1e-8});
 }
 
-#if defined(__aarch64__)
-TEST(L1Forms, EstimateSquareRootOnArmStaysClose) {
-  uint32_t seed = 400;
-  for (int64_t n : lengths()) {
-    auto x = values<float>(size_t(n), seed++, 0.0, 1e6);
-    for (size_t i = 0; i < x.size(); i += 7) x[i] = 0.0f;
-    auto want = x, got = x;
-    oru::sqrt_real32_plain(want.data(), n);
-    oru::sqrt_real32_neon(got.data(), n);
-    for (int64_t i = 0; i < n; ++i) ASSERT_NEAR(got[size_t(i)], want[size_t(i)], want[size_t(i)] * 5e-7f) << n;
-  }
+// Only arm64 has a vector form: the processor's estimate, close to the root but not exact.
+TEST_P(L1Forms, EstimateSquareRootStaysClose) {
+  using Fn = void (*)(float *, int64_t);
+  const oru::KernelForms<Fn> forms{&oru::sqrt_real32_plain, ORU_NO_FORM, ORU_NO_FORM, ORU_NEON_FORM(&oru::sqrt_real32_neon)};
+  ORU_FORM_UNDER_TEST(f, forms, "sqrt_real32");
+  oru_test::ElementwiseCheck c;
+  c.lo = 0, c.hi = 1e6, c.specials = false, c.extra = {0.0}, c.max_ulps = 8;
+  check_in_place<float>(oru::sqrt_real32_plain, f, c);
 }
-#endif
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "gemm_test_util.h"
 #include "matrix/oru_small_matrix_mul_impl.h"
 #include "oru_matrix.h"
+#include "oru_form_tester.h"
 #include "oru_test_util.h"
 
 namespace {
@@ -137,7 +138,7 @@ TEST(SmallMul, EmptySumAppliesBetaOnly) {
   }
 
 template <typename T, typename Fn>
-void check_forms(const oru::KernelForms<Fn> &forms, bool ta, bool tb, const char *name) {
+void check_forms(oru::Isa isa_under_test, const oru::KernelForms<Fn> &forms, bool ta, bool tb, const char *name) {
   uint32_t seed = 5000;
   for (int m : {1, 3, 4, 7, 8, 9, 21})
     for (int n : {1, 2, 5, 16, 37})
@@ -150,7 +151,7 @@ void check_forms(const oru::KernelForms<Fn> &forms, bool ta, bool tb, const char
         const T alpha = T(seed % 2 ? 1.0 : 0.75), beta = T(seed % 3 == 0 ? 0.0 : seed % 3 == 1 ? 1.0 : -2.0);
         std::vector<T> expect = c0;
         forms.plain(a.data(), ar, ac, lda, b.data(), tb ? br : bc, ldb, expect.data(), ldc, alpha, beta);
-        oru::for_each_runnable_form(forms, [&](oru::Isa isa, Fn f) {
+        oru_test::run_form(forms, isa_under_test, [&](oru::Isa isa, Fn f) {
           std::vector<T> got = c0;
           f(a.data(), ar, ac, lda, b.data(), tb ? br : bc, ldb, got.data(), ldc, alpha, beta);
           ASSERT_EQ(0, std::memcmp(got.data(), expect.data(), got.size() * sizeof(T)))
@@ -159,15 +160,19 @@ void check_forms(const oru::KernelForms<Fn> &forms, bool ta, bool tb, const char
       }
 }
 
-TEST(SmallMul, VectorFormsMatchPlainBits) {
-  check_forms<float>(SMALL_FORMS(small_mul_ab_real32), false, false, "A B");
-  check_forms<float>(SMALL_FORMS(small_mul_abt_real32), false, true, "A Bt");
-  check_forms<float>(SMALL_FORMS(small_mul_atb_real32), true, false, "At B");
-  check_forms<float>(SMALL_FORMS(small_mul_atbt_real32), true, true, "At Bt");
-  check_forms<double>(SMALL_FORMS(small_mul_ab_real64), false, false, "A B");
-  check_forms<double>(SMALL_FORMS(small_mul_abt_real64), false, true, "A Bt");
-  check_forms<double>(SMALL_FORMS(small_mul_atb_real64), true, false, "At B");
-  check_forms<double>(SMALL_FORMS(small_mul_atbt_real64), true, true, "At Bt");
+class SmallMulForms : public ::testing::TestWithParam<oru::Isa> {};
+ORU_FORM_SUITE(SmallMulForms);
+
+TEST_P(SmallMulForms, MatchPlainBits) {
+  ORU_SKIP_UNLESS_FORM(SMALL_FORMS(small_mul_ab_real32), "small_mul_ab_real32");
+  check_forms<float>(GetParam(), SMALL_FORMS(small_mul_ab_real32), false, false, "A B");
+  check_forms<float>(GetParam(), SMALL_FORMS(small_mul_abt_real32), false, true, "A Bt");
+  check_forms<float>(GetParam(), SMALL_FORMS(small_mul_atb_real32), true, false, "At B");
+  check_forms<float>(GetParam(), SMALL_FORMS(small_mul_atbt_real32), true, true, "At Bt");
+  check_forms<double>(GetParam(), SMALL_FORMS(small_mul_ab_real64), false, false, "A B");
+  check_forms<double>(GetParam(), SMALL_FORMS(small_mul_abt_real64), false, true, "A Bt");
+  check_forms<double>(GetParam(), SMALL_FORMS(small_mul_atb_real64), true, false, "At B");
+  check_forms<double>(GetParam(), SMALL_FORMS(small_mul_atbt_real64), true, true, "At Bt");
 }
 
 }  // namespace

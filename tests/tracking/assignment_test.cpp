@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "core/oru_dispatch.h"
+#include "oru_form_tester.h"
 #include "oru_test_util.h"
 #include "oru_tracking.h"
 #include "tracking/oru_tracking_internal.h"
@@ -356,7 +357,12 @@ Pairs literal_assignment(const Costs &cost, bool maximize) {
   return p;
 }
 
-TEST(LinearSumAssignment, EveryRelaxFormChoosesAsTheDescribedSearch) {
+// Every form, the plain one too, against the literal search.
+class LsaRelaxForms : public ::testing::TestWithParam<oru::Isa> {};
+ORU_FORM_SUITE_WITH_PLAIN(LsaRelaxForms);
+
+TEST_P(LsaRelaxForms, EveryRelaxFormChoosesAsTheDescribedSearch) {
+  ORU_SKIP_UNLESS_FORM(ORU_KERNEL_FORMS(oru::lsa_relax), "lsa_relax");
   const auto forms = ORU_KERNEL_FORMS(oru::lsa_relax);
   int compared = 0;
   std::mt19937 gen(11);
@@ -371,7 +377,7 @@ TEST(LinearSumAssignment, EveryRelaxFormChoosesAsTheDescribedSearch) {
     const int maximize = (trial / 4) % 2;
     const Pairs want = literal_assignment(c, maximize);
     ASSERT_FALSE(want.empty());
-    oru::for_each_runnable_form(forms, [&](oru::Isa isa, oru::LsaRelaxFn fn) {
+    oru_test::run_form(forms, GetParam(), [&](oru::Isa isa, oru::LsaRelaxFn fn) {
       Pairs got;
       ASSERT_TRUE(solve(c, maximize, &got, fn));
       EXPECT_EQ(got, want) << oru::isa_name(isa) << " " << rows << "x" << cols << " trial " << trial;

@@ -121,7 +121,7 @@ ORU_API uint32_t oru_init_affine_context_inference(oru_cg_handle *handle, int32_
     dims[0] = int32_t(c->params.scale_w * float(in->dims[0]));
     dims[1] = int32_t(c->params.scale_h * float(in->dims[1]));
     const uint32_t dev = handle->dev_type;
-    c->output = (dev == 1 || dev == 3) ? oru_create_tensor_header(in->ndims, dims, in->type)
+    c->output = (dev == kCgDeviceExternal1 || dev == kCgDeviceExternal3) ? oru_create_tensor_header(in->ndims, dims, in->type)
                                        : oru_create_tensor(in->ndims, dims, in->type);
   }
   if (fixed) {

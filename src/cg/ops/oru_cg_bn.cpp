@@ -68,7 +68,7 @@ uint32_t init_bn(oru_cg_handle *h, int32_t node, const void *params, int32_t op,
   const uint32_t st = install_context(h, node, op, f, &c);
   if (st) return st;
   // Only the element-wise form has a fixed-point kernel.
-  if (op == 10) c->backend = h->backend;
+  if (op == ORU_CG_OP_BN1D) c->backend = h->backend;
   c->params = *static_cast<const oru_cg_bn_params *>(params);
   return ORU_RET_OK;
 }
@@ -99,11 +99,11 @@ uint32_t oru_cg_batchnorm1d(void *context) { return oru::bn1d_forward(context); 
 uint32_t oru_cg_batchnorm2d(void *context) { return oru::bn2d_forward(context); }
 
 ORU_API uint32_t oru_init_bn1d_context(oru_cg_handle *handle, int32_t node, const void *params) {
-  return init_bn(handle, node, params, 10, oru_cg_batchnorm1d);
+  return init_bn(handle, node, params, ORU_CG_OP_BN1D, oru_cg_batchnorm1d);
 }
 
 ORU_API uint32_t oru_init_bn2d_context(oru_cg_handle *handle, int32_t node, const void *params) {
-  return init_bn(handle, node, params, 11, oru_cg_batchnorm2d);
+  return init_bn(handle, node, params, ORU_CG_OP_BN2D, oru_cg_batchnorm2d);
 }
 
 ORU_API uint32_t oru_init_bn_context_inference(oru_cg_handle *handle, int32_t node) {
@@ -115,7 +115,7 @@ ORU_API uint32_t oru_init_bn_context_inference(oru_cg_handle *handle, int32_t no
   const bool fixed = handle->backend == ORU_CG_BACKEND_FIXED;
   for (int64_t k = 0; k < n; ++k) {
     const int32_t s = cg_in_edge(handle, node, int32_t(k));
-    if (cg_op_type(handle, s) == 2) {
+    if (cg_op_type(handle, s) == ORU_CG_OP_WEIGHT) {
       oru_tensor *w = cg_source_tensor(handle, s);
       // Only bn1d owns a converted copy; bn2d has no fixed-point form and keeps the floats.
       if (c->backend == ORU_CG_BACKEND_FIXED && w) {

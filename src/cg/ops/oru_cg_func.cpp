@@ -72,8 +72,8 @@ uint32_t sigmoid_forward(void *context) {
 uint32_t softmax_forward(void *context) {
   auto *c = static_cast<oru_cg_unary_context *>(context);
   if (!c) return ORU_RET_ERR_PARA;
-  if (c->dev_type == 1 || c->dev_type == 3) return ORU_RET_ERR_PARA;
-  if (c->dev_type == 2) return ORU_RET_OK;
+  if (c->dev_type == kCgDeviceExternal1 || c->dev_type == kCgDeviceExternal3) return ORU_RET_ERR_PARA;
+  if (c->dev_type == kCgDeviceExternal2) return ORU_RET_OK;
   const oru_tensor *in = c->input;
   oru_tensor *out = c->output;
   if (!in || !out || in->ndims < 1 || in->ndims != out->ndims) return ORU_RET_ERR_PARA;
@@ -244,7 +244,7 @@ ORU_API uint32_t oru_init_bias_context_inference(oru_cg_handle *handle, int32_t 
   for (int64_t k = 0; k < n; ++k) {
     const int32_t s = cg_in_edge(handle, node, int32_t(k));
     const int32_t op = cg_op_type(handle, s);
-    if (op == 2) {
+    if (op == ORU_CG_OP_WEIGHT) {
       oru_tensor *w = cg_source_tensor(handle, s);
       if (handle->backend == ORU_CG_BACKEND_FIXED) {
         // The bias is quantised with its own Q into a copy that this node owns.
@@ -266,9 +266,9 @@ ORU_API uint32_t oru_init_bias_context_inference(oru_cg_handle *handle, int32_t 
     }
   }
   if (c->input_a && c->input_b && !c->output) {
-    if (handle->dev_type == 3)
+    if (handle->dev_type == kCgDeviceExternal3)
       c->output = oru_create_tensor_header(c->input_a->ndims, c->input_a->dims, c->input_a->type);
-    else if (handle->dev_type == 1)
+    else if (handle->dev_type == kCgDeviceExternal1)
       c->output = oru_create_tensor_from_tensor(c->input_a);
     else
       c->output = c->input_a;

@@ -62,7 +62,7 @@ uint32_t oru_cg_linear(void *context) { return oru::linear_forward(context); }
 ORU_API uint32_t oru_init_linear_context(oru_cg_handle *handle, int32_t node, const void *params) {
   if (!handle || !params) return ORU_RET_ERR_PARA;
   oru_cg_linear_context *c = nullptr;
-  const uint32_t st = install_context(handle, node, 25, oru_cg_linear, &c);
+  const uint32_t st = install_context(handle, node, ORU_CG_OP_LINEAR, oru_cg_linear, &c);
   if (st) return st;
   c->backend = handle->backend;
   c->params = *static_cast<const oru_cg_linear_params *>(params);
@@ -76,7 +76,7 @@ ORU_API uint32_t oru_init_linear_context_inference(oru_cg_handle *handle, int32_
   const int32_t n = cg_in_edge_count(handle, node);
   for (int64_t k = 0; k < n; ++k) {
     const int32_t s = cg_in_edge(handle, node, int32_t(k));
-    if (cg_op_type(handle, s) == 2) {
+    if (cg_op_type(handle, s) == ORU_CG_OP_WEIGHT) {
       oru_tensor *w = cg_source_tensor(handle, s);
       if (handle->backend == ORU_CG_BACKEND_FIXED && w) {
         if (c->weights) oru_release_tensor(&c->weights);
@@ -96,9 +96,9 @@ ORU_API uint32_t oru_init_linear_context_inference(oru_cg_handle *handle, int32_
   if (c->input && c->weights && !c->output) {
     const int32_t dims[3] = {c->params.out_features, c->input->dims[1], 0};
     const uint32_t dev = handle->dev_type;
-    if (dev == 1 || dev == 3) {
+    if (dev == kCgDeviceExternal1 || dev == kCgDeviceExternal3) {
       c->output = oru_create_tensor_header(2, dims, c->input->type);
-    } else if (dev == 2) {
+    } else if (dev == kCgDeviceExternal2) {
       const int32_t flat[3] = {1, 1, c->params.out_features};
       c->output = (c->input->dims[0] < 2 || c->input->dims[1] < 2) ? oru_create_tensor_header(3, flat, c->input->type)
                                                                     : oru_create_tensor_header(2, dims, c->input->type);

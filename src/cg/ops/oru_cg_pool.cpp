@@ -86,7 +86,7 @@ uint32_t prepare_pool(oru_cg_handle *h, int32_t node, bool is_max) {
   dims[1] = p.stride_h == 0 ? 1 : (in->dims[1] - p.kernel_h) / p.stride_h + 1;
   if (c->output) oru_release_tensor(&c->output);
   // Max pooling always computes here, so it always has storage.
-  c->output = cg_new_output(in->ndims, dims, in->type, is_max ? 0u : h->dev_type);
+  c->output = cg_new_output(in->ndims, dims, in->type, is_max ? kCgDeviceCpu : h->dev_type);
   if (!c->output) ORU_FAIL_MSG(ORU_RET_ERR_MEMORY, kCgOutputFailed);
   return ORU_RET_OK;
 }

@@ -53,9 +53,9 @@ uint32_t prepare_reshape(oru_cg_handle *h, int32_t node) {
   }
   if (c->output) oru_release_tensor(&c->output);
   const uint32_t dev = h->dev_type;
-  if (dev == 1 || dev == 3)
+  if (dev == kCgDeviceExternal1 || dev == kCgDeviceExternal3)
     c->output = oru_create_tensor_header(p.ndims, dims, in->type);
-  else if (dev == 2)
+  else if (dev == kCgDeviceExternal2)
     c->output = (in->dims[0] == 1 && in->dims[1] == 1) ? oru_create_tensor_header(in->ndims, in->dims, in->type)
                                                        : oru_create_tensor_header(p.ndims, dims, in->type);
   else
@@ -182,7 +182,7 @@ uint32_t prepare_concat(oru_cg_handle *h, int32_t node) {
   const uint32_t dev = c->dev_type;
   if (!cg_external_device(dev)) {
     c->output = oru_create_tensor(first->ndims, dims, first->type);
-  } else if ((dev == 1 || dev == 3) && c->count > 2) {
+  } else if ((dev == kCgDeviceExternal1 || dev == kCgDeviceExternal3) && c->count > 2) {
     c->output = oru_create_tensor_header(first->ndims, dims, first->type);
   } else if (c->count >= 2 && first->dims[0] >= 2 && first->dims[1] >= 2 && c->inputs[1]->dims[0] >= 2 &&
              c->inputs[1]->dims[1] >= 2) {

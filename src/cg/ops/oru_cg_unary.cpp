@@ -1,7 +1,7 @@
 // The functions all unary operators share (one input, an output of the same shape,
 // in place on the CPU), and ReLU, the first of them.
 #include "cg/oru_cg_internal.h"
-#include "kernels/activation/oru_cg_relu_kernel.h"
+#include "kernels/activation/oru_act_kernels.h"
 #include "core/oru_dispatch.h"
 
 namespace {

@@ -4,6 +4,10 @@
 
 namespace oru {
 
+void relu_f32_plain(float *y, const float *x, int64_t n) {
+  for (int64_t i = 0; i < n; ++i) y[i] = x[i] > 0.0f ? x[i] : 0.0f;  // false for NaN and for -0
+}
+
 void sigmoid_f32_plain(float *y, const float *x, int64_t n) {
   for (int64_t i = 0; i < n; ++i) {
     const float e = std::exp(x[i]);

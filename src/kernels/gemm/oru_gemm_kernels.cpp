@@ -2,6 +2,7 @@
 #include "kernels/gemm/oru_gemm_kernels.h"
 
 #include "core/oru_dispatch.h"
+#include "kernels/gemm/oru_gemm_finish.h"
 
 namespace oru {
 namespace {
@@ -15,18 +16,7 @@ void tile_strided(int32_t k, const T *a, const T *b, T *c, int64_t rs_c, int64_t
   for (int32_t l = 0; l < k; ++l)
     for (int i = 0; i < MR; ++i)
       for (int j = 0; j < NR; ++j) ab[i][j] += a[l * MR + i] * b[l * NR + j];
-  for (int i = 0; i < MR; ++i)
-    for (int j = 0; j < NR; ++j) {
-      T &cij = c[i * rs_c + j * cs_c];
-      if (beta == T(0))
-        cij = T(0);
-      else if (beta != T(1))
-        cij *= beta;
-      if (alpha == T(1))
-        cij += ab[i][j];
-      else
-        cij += alpha * ab[i][j];
-    }
+  simd::finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 }  // namespace

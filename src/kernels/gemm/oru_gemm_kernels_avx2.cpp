@@ -1,42 +1,15 @@
 // AVX2 forms of the tile kernels: separate multiply and add, rising l, so the bits match
 // the plain forms.
-#include <immintrin.h>
+#include "kernels/simd/oru_simd_avx2.h"
 
+#include "kernels/gemm/oru_gemm_finish.h"
 #include "kernels/gemm/oru_gemm_kernels.h"
 
 namespace oru {
 namespace {
 
-// C = (beta 0: 0, beta 1: C, else beta * C) + (alpha 1: ab, else alpha * ab), as the plain form.
-inline __m256 finish8(__m256 c, __m256 ab, float alpha, float beta) {
-  if (beta == 0.0f)
-    c = _mm256_setzero_ps();
-  else if (beta != 1.0f)
-    c = _mm256_mul_ps(c, _mm256_set1_ps(beta));
-  if (alpha != 1.0f) ab = _mm256_mul_ps(ab, _mm256_set1_ps(alpha));
-  return _mm256_add_ps(c, ab);
-}
-
-inline __m256d finish4(__m256d c, __m256d ab, double alpha, double beta) {
-  if (beta == 0.0)
-    c = _mm256_setzero_pd();
-  else if (beta != 1.0)
-    c = _mm256_mul_pd(c, _mm256_set1_pd(beta));
-  if (alpha != 1.0) ab = _mm256_mul_pd(ab, _mm256_set1_pd(alpha));
-  return _mm256_add_pd(c, ab);
-}
-
-template <typename T>
-inline void finish_scalar(T &c, T ab, T alpha, T beta) {
-  if (beta == T(0))
-    c = T(0);
-  else if (beta != T(1))
-    c *= beta;
-  if (alpha == T(1))
-    c += ab;
-  else
-    c += alpha * ab;
-}
+using simd::finish;
+using simd::finish_strided;
 
 }  // namespace
 
@@ -58,15 +31,14 @@ void mat_mul_4xkx24_kernel_avx2(int32_t k, const float *a, const float *b, float
     for (int i = 0; i < 4; ++i)
       for (int v = 0; v < 3; ++v) {
         float *p = c + i * rs_c + v * 8;
-        _mm256_storeu_ps(p, finish8(_mm256_loadu_ps(p), acc[i][v], alpha, beta));
+        _mm256_storeu_ps(p, finish<simd::Avx2>(_mm256_loadu_ps(p), acc[i][v], alpha, beta));
       }
     return;
   }
   alignas(32) float ab[4][24];
   for (int i = 0; i < 4; ++i)
     for (int v = 0; v < 3; ++v) _mm256_store_ps(&ab[i][v * 8], acc[i][v]);
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 24; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
+  finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 void mat_mul_4xkx12_kernel_avx2(int32_t k, const double *a, const double *b, double *c,
@@ -87,15 +59,14 @@ void mat_mul_4xkx12_kernel_avx2(int32_t k, const double *a, const double *b, dou
     for (int i = 0; i < 4; ++i)
       for (int v = 0; v < 3; ++v) {
         double *p = c + i * rs_c + v * 4;
-        _mm256_storeu_pd(p, finish4(_mm256_loadu_pd(p), acc[i][v], alpha, beta));
+        _mm256_storeu_pd(p, finish<simd::Avx2D>(_mm256_loadu_pd(p), acc[i][v], alpha, beta));
       }
     return;
   }
   alignas(32) double ab[4][12];
   for (int i = 0; i < 4; ++i)
     for (int v = 0; v < 3; ++v) _mm256_store_pd(&ab[i][v * 4], acc[i][v]);
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 12; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
+  finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 void mat_mul_8xkx8_kernel_avx2(int32_t k, const float *a, const float *b, float *c, int32_t ldc,

@@ -1,61 +1,20 @@
 // AVX-512 forms of the tile kernels: separate multiply and add, rising l, so the bits match
 // the plain forms.
-// GCC 12's AVX-512 headers seed some intrinsics with a self-initialised "undefined" vector,
-// which its own uninitialised-use warnings then flag inside the headers.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-#include <immintrin.h>
+#include "kernels/simd/oru_simd_avx512.h"
+#include "kernels/simd/oru_simd_avx2.h"
 
+#include "kernels/gemm/oru_gemm_finish.h"
 #include "kernels/gemm/oru_gemm_kernels.h"
 
 namespace oru {
 namespace {
 
-template <typename V, typename T, V (*Zero)(), V (*Set1)(T), V (*Mul)(V, V), V (*Add)(V, V)>
-inline V finish(V c, V ab, T alpha, T beta) {
-  if (beta == T(0))
-    c = Zero();
-  else if (beta != T(1))
-    c = Mul(c, Set1(beta));
-  if (alpha != T(1)) ab = Mul(ab, Set1(alpha));
-  return Add(c, ab);
-}
-
-inline __m512 zero16() { return _mm512_setzero_ps(); }
-inline __m512 set16(float x) { return _mm512_set1_ps(x); }
-inline __m512 mul16(__m512 x, __m512 y) { return _mm512_mul_ps(x, y); }
-inline __m512 add16(__m512 x, __m512 y) { return _mm512_add_ps(x, y); }
-inline __m256 zero8() { return _mm256_setzero_ps(); }
-inline __m256 set8(float x) { return _mm256_set1_ps(x); }
-inline __m256 mul8(__m256 x, __m256 y) { return _mm256_mul_ps(x, y); }
-inline __m256 add8(__m256 x, __m256 y) { return _mm256_add_ps(x, y); }
-inline __m512d zero8d() { return _mm512_setzero_pd(); }
-inline __m512d set8d(double x) { return _mm512_set1_pd(x); }
-inline __m512d mul8d(__m512d x, __m512d y) { return _mm512_mul_pd(x, y); }
-inline __m512d add8d(__m512d x, __m512d y) { return _mm512_add_pd(x, y); }
-inline __m256d zero4d() { return _mm256_setzero_pd(); }
-inline __m256d set4d(double x) { return _mm256_set1_pd(x); }
-inline __m256d mul4d(__m256d x, __m256d y) { return _mm256_mul_pd(x, y); }
-inline __m256d add4d(__m256d x, __m256d y) { return _mm256_add_pd(x, y); }
-
-#define ORU_FINISH16 finish<__m512, float, zero16, set16, mul16, add16>
-#define ORU_FINISH8 finish<__m256, float, zero8, set8, mul8, add8>
-#define ORU_FINISH8D finish<__m512d, double, zero8d, set8d, mul8d, add8d>
-#define ORU_FINISH4D finish<__m256d, double, zero4d, set4d, mul4d, add4d>
-
-template <typename T>
-inline void finish_scalar(T &c, T ab, T alpha, T beta) {
-  if (beta == T(0))
-    c = T(0);
-  else if (beta != T(1))
-    c *= beta;
-  if (alpha == T(1))
-    c += ab;
-  else
-    c += alpha * ab;
-}
+using simd::finish;
+using simd::finish_strided;
+using F16 = simd::Avx512;
+using F8 = simd::Avx2;
+using D8 = simd::Avx512D;
+using D4 = simd::Avx2D;
 
 }  // namespace
 
@@ -80,8 +39,8 @@ void mat_mul_4xkx24_kernel_avx512(int32_t k, const float *a, const float *b, flo
   if (cs_c == 1) {
     for (int i = 0; i < 4; ++i) {
       float *p = c + i * rs_c;
-      _mm512_storeu_ps(p, ORU_FINISH16(_mm512_loadu_ps(p), lo[i], alpha, beta));
-      _mm256_storeu_ps(p + 16, ORU_FINISH8(_mm256_loadu_ps(p + 16), hi[i], alpha, beta));
+      _mm512_storeu_ps(p, finish<F16>(_mm512_loadu_ps(p), lo[i], alpha, beta));
+      _mm256_storeu_ps(p + 16, finish<F8>(_mm256_loadu_ps(p + 16), hi[i], alpha, beta));
     }
     return;
   }
@@ -90,8 +49,7 @@ void mat_mul_4xkx24_kernel_avx512(int32_t k, const float *a, const float *b, flo
     _mm512_storeu_ps(&ab[i][0], lo[i]);
     _mm256_storeu_ps(&ab[i][16], hi[i]);
   }
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 24; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
+  finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 // Each row of the 4 by 12 tile is one 8-lane and one 4-lane accumulator.
@@ -115,8 +73,8 @@ void mat_mul_4xkx12_kernel_avx512(int32_t k, const double *a, const double *b, d
   if (cs_c == 1) {
     for (int i = 0; i < 4; ++i) {
       double *p = c + i * rs_c;
-      _mm512_storeu_pd(p, ORU_FINISH8D(_mm512_loadu_pd(p), lo[i], alpha, beta));
-      _mm256_storeu_pd(p + 8, ORU_FINISH4D(_mm256_loadu_pd(p + 8), hi[i], alpha, beta));
+      _mm512_storeu_pd(p, finish<D8>(_mm512_loadu_pd(p), lo[i], alpha, beta));
+      _mm256_storeu_pd(p + 8, finish<D4>(_mm256_loadu_pd(p + 8), hi[i], alpha, beta));
     }
     return;
   }
@@ -125,8 +83,7 @@ void mat_mul_4xkx12_kernel_avx512(int32_t k, const double *a, const double *b, d
     _mm512_storeu_pd(&ab[i][0], lo[i]);
     _mm256_storeu_pd(&ab[i][8], hi[i]);
   }
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 12; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
+  finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 // Two rows of the 8 by 8 tile share one 16-lane accumulator: row 2p in the low half,

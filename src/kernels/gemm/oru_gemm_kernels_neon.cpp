@@ -1,40 +1,21 @@
 // NEON forms of the tile kernels: separate multiply and add (never the fused form), rising l,
 // so the bits match the plain forms.
-#include <arm_neon.h>
+#include "kernels/simd/oru_simd_neon.h"
 
+#include "kernels/gemm/oru_gemm_finish.h"
 #include "kernels/gemm/oru_gemm_kernels.h"
 
 namespace oru {
 namespace {
 
+using simd::finish_strided;
+
 inline float32x4_t finish(float32x4_t c, float32x4_t ab, float alpha, float beta) {
-  if (beta == 0.0f)
-    c = vdupq_n_f32(0.0f);
-  else if (beta != 1.0f)
-    c = vmulq_f32(c, vdupq_n_f32(beta));
-  if (alpha != 1.0f) ab = vmulq_f32(ab, vdupq_n_f32(alpha));
-  return vaddq_f32(c, ab);
+  return simd::finish<simd::Neon>(c, ab, alpha, beta);
 }
 
 inline float64x2_t finish(float64x2_t c, float64x2_t ab, double alpha, double beta) {
-  if (beta == 0.0)
-    c = vdupq_n_f64(0.0);
-  else if (beta != 1.0)
-    c = vmulq_f64(c, vdupq_n_f64(beta));
-  if (alpha != 1.0) ab = vmulq_f64(ab, vdupq_n_f64(alpha));
-  return vaddq_f64(c, ab);
-}
-
-template <typename T>
-inline void finish_scalar(T &c, T ab, T alpha, T beta) {
-  if (beta == T(0))
-    c = T(0);
-  else if (beta != T(1))
-    c *= beta;
-  if (alpha == T(1))
-    c += ab;
-  else
-    c += alpha * ab;
+  return simd::finish<simd::NeonD>(c, ab, alpha, beta);
 }
 
 }  // namespace
@@ -63,8 +44,7 @@ void mat_mul_4xkx24_kernel_neon(int32_t k, const float *a, const float *b, float
   float ab[4][24];
   for (int i = 0; i < 4; ++i)
     for (int v = 0; v < 6; ++v) vst1q_f32(&ab[i][4 * v], acc[i][v]);
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 24; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
+  finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 void mat_mul_4xkx12_kernel_neon(int32_t k, const double *a, const double *b, double *c,
@@ -91,8 +71,7 @@ void mat_mul_4xkx12_kernel_neon(int32_t k, const double *a, const double *b, dou
   double ab[4][12];
   for (int i = 0; i < 4; ++i)
     for (int v = 0; v < 6; ++v) vst1q_f64(&ab[i][2 * v], acc[i][v]);
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 12; ++j) finish_scalar(c[i * rs_c + j * cs_c], ab[i][j], alpha, beta);
+  finish_strided(c, rs_c, cs_c, ab, alpha, beta);
 }
 
 void mat_mul_8xkx8_kernel_neon(int32_t k, const float *a, const float *b, float *c, int32_t ldc,

@@ -1,4 +1,5 @@
-#include <arm_neon.h>
+// The NEON forms of the pool kernels.
+#include "kernels/simd/oru_simd_neon.h"
 
 #include "kernels/pooling/oru_pool_kernels.h"
 #include "kernels/pooling/oru_pool_kernels_simd.h"
@@ -10,7 +11,7 @@ namespace {
 // each lane still takes its own plane's elements one after the other.
 template <bool IsMax>
 inline float32x4_t step(float32x4_t acc, float32x4_t e) {
-  return IsMax ? vbslq_f32(vcgtq_f32(e, acc), e, acc) : vaddq_f32(acc, e);
+  return IsMax ? simd::Neon::pick_gt(e, acc) : vaddq_f32(acc, e);
 }
 
 template <bool IsMax>
@@ -61,27 +62,9 @@ void whole_planes(const PoolPlanes &p) {
   }
 }
 
-// Four lanes. max is spelled out as a comparison so that a NaN behaves as in the plain form.
-struct Vec128 {
-  using V = float32x4_t;
-  static constexpr int32_t kLanes = 4;
-  static void split(const float *row, V &even, V &odd) {
-    const float32x4x2_t t = vld2q_f32(row);
-    even = t.val[0];
-    odd = t.val[1];
-  }
-  static V max(V a, V b) { return vbslq_f32(vcgtq_f32(a, b), a, b); }
-  static V add(V a, V b) { return vaddq_f32(a, b); }
-  static V div(V a, V b) { return vdivq_f32(a, b); }
-  static V set1(float x) { return vdupq_n_f32(x); }
-  static V zero() { return vdupq_n_f32(0.0f); }
-  template <bool IsMax> static void whole(const PoolPlanes &p) { whole_planes<IsMax>(p); }
-  static void store(float *p, V v) { vst1q_f32(p, v); }
-};
-
 }  // namespace
 
-void max_pool2d_f32_neon(const PoolPlanes &p) { pool_simd::pool_form<Vec128, true>(p); }
-void avg_pool2d_f32_neon(const PoolPlanes &p) { pool_simd::pool_form<Vec128, false>(p); }
+void max_pool2d_f32_neon(const PoolPlanes &p) { pool_simd::pool_form<simd::Neon, true>(p, whole_planes<true>); }
+void avg_pool2d_f32_neon(const PoolPlanes &p) { pool_simd::pool_form<simd::Neon, false>(p, whole_planes<false>); }
 
 }  // namespace oru

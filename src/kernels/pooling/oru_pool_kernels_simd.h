@@ -1,9 +1,9 @@
-// The 2 x 2 windows and the choice of path of the pool kernels, written once over a vector
-// traits struct; each vector file instantiates them with its own Vec (which also gives
-// whole<IsMax>, its global pooling). Adds, divides and comparisons stay in the plain
-// form's order, so every form matches its plain twin bit for bit.
-#ifndef ORU_CG_CPU_POOL_KERNELS_SIMD_H
-#define ORU_CG_CPU_POOL_KERNELS_SIMD_H
+// The 2 x 2 windows and the choice of path of the pool kernels, written once over the
+// traits of the vector recipe (core/oru_dispatch.h); each vector file instantiates them with
+// its own traits and its own global pooling. Adds, divides and comparisons stay in the
+// plain form's order, so every form matches its plain twin bit for bit.
+#ifndef ORU_KERNELS_POOL_KERNELS_SIMD_H
+#define ORU_KERNELS_POOL_KERNELS_SIMD_H
 
 #include <cstdint>
 
@@ -14,14 +14,12 @@ namespace pool_simd {
 // Internal to each including file, which compiles it with its own flags.
 namespace {
 
-// 2 x 2 windows, Vec::kLanes outputs at a time, in the reference order of the window.
-// Vec gives the vector type V, split (the even and odd elements of 2 * kLanes floats),
-// max(a, b) (a > b ? a : b, so a NaN behaves as in the plain form), add, div, set1, zero
-// and store.
+// 2 x 2 windows, kLanes outputs at a time, in the reference order of the window; pick_gt
+// (a > b ? a : b) makes a NaN behave as in the plain form.
 template <typename Vec, bool IsMax>
 void pool2x2(const PoolPlanes &p) {
   using V = typename Vec::V;
-  constexpr int32_t lanes = Vec::kLanes;
+  constexpr int32_t lanes = int32_t(Vec::kLanes);
   const V two = Vec::set1(2.0f);
   for (int32_t c = 0; c < p.channels; ++c) {
     const float *in = p.in + c * p.in_plane;
@@ -33,13 +31,13 @@ void pool2x2(const PoolPlanes &p) {
       int32_t ox = 0;
       for (; ox + lanes <= p.out_w; ox += lanes) {
         V a00, a01, a10, a11;
-        Vec::split(r0 + 2 * ox, a00, a01);
-        Vec::split(r1 + 2 * ox, a10, a11);
+        Vec::load_pairs(r0 + 2 * ox, a00, a01);
+        Vec::load_pairs(r1 + 2 * ox, a10, a11);
         V v;
         if (IsMax) {
-          v = Vec::max(a01, a00);
-          v = Vec::max(a10, v);
-          v = Vec::max(a11, v);
+          v = Vec::pick_gt(a01, a00);
+          v = Vec::pick_gt(a10, v);
+          v = Vec::pick_gt(a11, v);
         } else {
           v = Vec::add(Vec::zero(), a00);
           v = Vec::add(v, a01);
@@ -54,11 +52,11 @@ void pool2x2(const PoolPlanes &p) {
   }
 }
 
-// A vector form: global pooling, 2 x 2 windows, or else the plain form.
+// A vector form: global pooling (whole, the form's own), 2 x 2 windows, or else the plain form.
 template <typename Vec, bool IsMax>
-void pool_form(const PoolPlanes &p) {
+void pool_form(const PoolPlanes &p, void (*whole)(const PoolPlanes &)) {
   if (p.out_w == 1 && p.out_h == 1)
-    Vec::template whole<IsMax>(p);
+    whole(p);
   else if (p.kw == 2 && p.kh == 2)
     pool2x2<Vec, IsMax>(p);
   else if (IsMax)

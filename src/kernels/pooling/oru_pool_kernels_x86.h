@@ -2,8 +2,8 @@
 // blocks of 8 x 8 elements are transposed so that each lane still adds (or compares) its
 // own plane's elements one after the other, in the reference order. Only for files
 // compiled with AVX2.
-#ifndef ORU_CG_CPU_POOL_KERNELS_X86_H
-#define ORU_CG_CPU_POOL_KERNELS_X86_H
+#ifndef ORU_KERNELS_POOL_KERNELS_X86_H
+#define ORU_KERNELS_POOL_KERNELS_X86_H
 
 #include <immintrin.h>
 
