@@ -13,8 +13,10 @@ extern "C" {
 typedef struct oru_cg_net oru_cg_net;
 
 /* Conv methods of oru_cg_load_network besides 0 to 2: the one the file names, and the
- * choice per layer (im2col + GEMM for full kernels larger than 1x1 at stride 1, the direct
- * kernels for the rest). */
+ * choice per layer: a convolution whose readers are all convolutions, of a shape the packed
+ * HWG kernels serve, takes them (its output stays interleaved for the next one); any other
+ * takes im2col + GEMM for full kernels larger than 1x1 at stride 1 and the direct kernels
+ * for the rest. A fixed-point network takes the direct kernels throughout. */
 #define ORU_CG_NET_METHOD_FROM_FILE (-1)
 #define ORU_CG_NET_METHOD_PER_LAYER 255
 

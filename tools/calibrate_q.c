@@ -105,7 +105,9 @@ int main(int argc, char **argv) {
     if (ultraface_q_list_path(default_out, sizeof default_out, model) != 0) return 1;
     out_path = default_out;
   }
-  ultraface *net = ultraface_create(model, ULTRAFACE_METHOD_PER_LAYER);
+  /* the float run reads every node's output as planes: the direct kernels keep them so,
+   * and they are the kernels the fixed-point graph runs */
+  ultraface *net = ultraface_create(model, 0);
   if (!net) return 1;
   float largest[ULTRAFACE_FIXED_NODES];
   memset(largest, 0, sizeof largest);

@@ -109,7 +109,21 @@ int main(int argc, char **argv) {
       overwritten |= reader < count && oru_cg_network_output(net, oru_cg_network_node_name(net, reader)) == t;
     }
     if (overwritten) continue;
-    if (!t || oru_write_tensor_to_disk(path, t) != 0) {
+    /* a packed HWG node's output is written as planes, as every other node's */
+    oru_tensor *planes = NULL;
+    if (t && t->channel_layout == ORU_LAYOUT_HWG) {
+      planes = oru_create_tensor(t->ndims, t->dims, t->type);
+      if (!planes || oru_tensor_pack_data_hwg_to_chw(planes, t) != 0) {
+        fprintf(stderr, "run_network: cannot unpack %s\n", name);
+        oru_release_tensor(&planes);
+        status = 1;
+        break;
+      }
+      t = planes;
+    }
+    const int written = t && oru_write_tensor_to_disk(path, t) == 0;
+    oru_release_tensor(&planes);
+    if (!written) {
       fprintf(stderr, "run_network: cannot write %s\n", path);
       status = 1;
     }

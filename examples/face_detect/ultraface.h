@@ -62,11 +62,10 @@ int32_t ultraface_source_node(int32_t index);
 #define ULTRAFACE_METHOD_PER_LAYER 255u
 
 /* Loads and checks the weight file, builds and prepares the graph. conv_method 0 or 2
- * binds the network with the block builders under that method for every layer; 1 binds
- * every layer under the packed HWG method but those that feed the heads, which take the
- * per-layer choice below;
- * ULTRAFACE_METHOD_PER_LAYER binds the same operators layer by layer, each with its
- * fastest method.
+ * binds the network with the block builders under that method for every layer; 1 and
+ * ULTRAFACE_METHOD_PER_LAYER bind the same operators layer by layer: every layer under the
+ * packed HWG method but those that feed the heads' shape operators, which keep planes and
+ * take the faster of the direct and im2col kernels for their shape.
  * Null on failure, with a one-line reason on stderr. */
 ultraface *ultraface_create(const char *weights_path, uint32_t conv_method);
 

@@ -109,13 +109,47 @@ uint32_t per_layer_method(const oru_conv2d_params &c) {
   return full_stride1 ? ORU_CG_CONV_IM2COL_GEMM : ORU_CG_CONV_DIRECT_CHW;
 }
 
+// The shapes the packed HWG kernels serve: 3x3 at stride 1 or 2 with padding 1, and 1x1 at
+// stride 1 without padding; full or depthwise, no dilation.
+bool packed_serves(const oru_conv2d_params &c) {
+  const bool full_or_depthwise = c.groups == 1 || (c.groups == c.in_channels && c.groups == c.out_channels);
+  const bool no_dilation = c.dilation_w <= 1 && c.dilation_h <= 1;
+  const bool k3 = c.kernel_w == 3 && c.kernel_h == 3 && c.pad_w == 1 && c.pad_h == 1 && c.stride_w == c.stride_h &&
+                  (c.stride_w == 1 || c.stride_w == 2);
+  const bool k1 = c.kernel_w == 1 && c.kernel_h == 1 && c.pad_w == 0 && c.pad_h == 0 && c.stride_w == 1 &&
+                  c.stride_h == 1 && c.groups == 1;
+  return full_or_depthwise && no_dilation && (k3 || k1);
+}
+
+// Whether every node that reads node id is a convolution: then its output may stay in the
+// packed layout, which the next convolution reads without a conversion pass.
+bool feeds_only_convolutions(const NetFile &f, int32_t id) {
+  bool any = false;
+  for (int32_t j = 0; j < f.node_count; ++j)
+    for (int32_t k = 0; k < f.nodes[j].input_count; ++k)
+      if (f.nodes[j].inputs[k] == id) {
+        if (!is_method_bound(f.nodes[j].op)) return false;
+        any = true;
+      }
+  return any;
+}
+
+// The per-layer choice for a float network: chains of convolutions in the packed HWG layout,
+// and a convolution whose output leaves the chain in the faster of the planar families.
+uint32_t layer_method(const NetFile &f, int32_t id) {
+  const oru_conv2d_params c = conv_params(f.nodes[id].params);
+  if (f.backend == int32_t(ORU_CG_BACKEND_FIXED)) return ORU_CG_CONV_DIRECT_CHW;
+  if (packed_serves(c) && feeds_only_convolutions(f, id)) return ORU_CG_CONV_PACKED_HWG;
+  return per_layer_method(c);
+}
+
 // One operator node: its parameter record, built from the line, then the bind call.
 uint32_t bind_operator(oru_cg_net *net, int32_t id, int32_t method) {
   const NetNode &n = net->file.nodes[id];
   const double *p = n.params;
   oru_cg_handle *g = net->graph;
   if (is_method_bound(n.op)) {
-    const uint32_t m = method == ORU_CG_NET_METHOD_PER_LAYER ? per_layer_method(conv_params(p)) : uint32_t(method);
+    const uint32_t m = method == ORU_CG_NET_METHOD_PER_LAYER ? layer_method(net->file, id) : uint32_t(method);
     const uint32_t st = oru_cg_set_conv_method(g, m);
     if (st) return st;
   }
