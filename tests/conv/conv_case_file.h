@@ -11,15 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "oru_case_reader.h"
 #include "oru_test_util.h"
 #include "orucore.h"
 
 namespace conv_test {
 
-struct Array {
-  std::vector<int32_t> dims;
-  std::vector<float> values;
-};
+using Array = oru_test::CaseArray<float>;
+using oru_test::CaseReader;
 
 struct Case {
   int32_t kind = 0;  // 0 convolution, 1 transposed, 2 conv + batch norm + act, 3 conv + act
@@ -27,38 +26,6 @@ struct Case {
   int32_t act = 0;
   float bn_eps = 0.0f;
   Array input, weight, expected;
-};
-
-// Sequential reader of a reference file under tests/data: fixed fields, then arrays of
-// int32 ndims, int32 dims[ndims] and float32 data. Every take fails once the bytes run out.
-class CaseReader {
- public:
-  CaseReader(const char *file, const char magic[8]) : bytes_(oru_test::read_file(oru_test::data_path(file))) {
-    char m[8];
-    ok_ = take(m, 8) && std::memcmp(m, magic, 8) == 0;
-  }
-  bool ok() const { return ok_; }
-  bool take(void *dst, size_t n) {
-    if (at_ + n > bytes_.size()) return false;
-    std::memcpy(dst, bytes_.data() + at_, n);
-    at_ += n;
-    return true;
-  }
-  bool take_array(Array &a) {
-    int32_t nd = 0;
-    if (!take(&nd, 4) || nd < 1 || nd > 5) return false;
-    a.dims.resize(size_t(nd));
-    if (!take(a.dims.data(), 4 * size_t(nd))) return false;
-    size_t n = 1;
-    for (int32_t d : a.dims) n *= size_t(d);
-    a.values.resize(n);
-    return take(a.values.data(), 4 * n);
-  }
-
- private:
-  std::vector<uint8_t> bytes_;
-  size_t at_ = 0;
-  bool ok_ = false;
 };
 
 inline std::vector<Case> load_cases(const char *file = "conv/conv_cases.bin") {

@@ -9,15 +9,13 @@
 #include <vector>
 
 #include "fixed/oru_fixed_internal.h"
+#include "oru_case_reader.h"
 #include "oru_test_util.h"
 #include "orucore.h"
 
 namespace {
 
-struct Array {
-  std::vector<int32_t> dims;
-  std::vector<int16_t> values;
-};
+using Array = oru_test::CaseArray<int16_t>;
 
 struct Case {
   int32_t kind = 0;
@@ -27,38 +25,20 @@ struct Case {
 };
 
 std::vector<Case> load_cases() {
-  std::vector<uint8_t> bytes = oru_test::read_file(oru_test::data_path("fixed/fixed_cases.bin"));
+  oru_test::CaseReader r("fixed/fixed_cases.bin", "ORUFIXD1");
   std::vector<Case> cases;
-  size_t at = 0;
-  auto take = [&](void *dst, size_t n) {
-    if (at + n > bytes.size()) return false;
-    std::memcpy(dst, bytes.data() + at, n);
-    at += n;
-    return true;
-  };
-  auto take_array = [&](Array &a) {
-    int32_t nd = 0;
-    if (!take(&nd, 4) || nd < 1 || nd > 5) return false;
-    a.dims.resize(size_t(nd));
-    if (!take(a.dims.data(), 4 * size_t(nd))) return false;
-    size_t n = 1;
-    for (int32_t d : a.dims) n *= size_t(d);
-    a.values.resize(n);
-    return take(a.values.data(), 2 * n);
-  };
-  char magic[8];
   int32_t count = 0;
-  if (!take(magic, 8) || std::memcmp(magic, "ORUFIXD1", 8) != 0 || !take(&count, 4)) return cases;
+  if (!r.ok() || !r.take(&count, 4)) return cases;
   for (int32_t i = 0; i < count; ++i) {
     Case c;
     int32_t n = 0, m = 0;
-    if (!take(&c.kind, 4) || !take(&n, 4) || n < 0 || n > 64) break;
+    if (!r.take(&c.kind, 4) || !r.take(&n, 4) || n < 0 || n > 64) break;
     c.ints.resize(size_t(n));
-    if (!take(c.ints.data(), 4 * size_t(n)) || !take(&m, 4) || m < 1 || m > 8) break;
+    if (!r.take(c.ints.data(), 4 * size_t(n)) || !r.take(&m, 4) || m < 1 || m > 8) break;
     c.inputs.resize(size_t(m));
     bool ok = true;
-    for (Array &a : c.inputs) ok = ok && take_array(a);
-    if (!ok || !take_array(c.expected)) break;
+    for (Array &a : c.inputs) ok = ok && r.take_array(a);
+    if (!ok || !r.take_array(c.expected)) break;
     cases.push_back(std::move(c));
   }
   return cases;
