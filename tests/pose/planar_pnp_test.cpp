@@ -9,68 +9,20 @@
 #include <sstream>
 #include <vector>
 
-#include "oru_pose.h"
-#include "oru_test_util.h"
-#include "pose/oru_pose_internal.h"
+#include "pose_scenes.h"
 
 namespace {
 
-struct PlaneScene {
-  int n = 0;
-  double noise = 0;
-  double cam[9] = {0};
-  double r_true[3], t_true[3], r_ippe[3], t_ippe[3];
-  std::vector<double> obj, img;
-};
+using PlaneScene = pose_test::Scene;
+using pose_test::distance;
+using pose_test::rotation_error;
+using pose_test::to_matrix;
+using pose_test::view;
 
 std::vector<PlaneScene> load_plane_scenes() {
-  std::ifstream in(oru_test::data_path("geometry/planar_scenes.txt"));
-  std::vector<PlaneScene> scenes;
-  std::string line;
-  while (std::getline(in, line)) {
-    std::istringstream ls(line);
-    PlaneScene s;
-    double n, fx, fy, cx, cy;
-    ls >> n >> s.noise >> fx >> fy >> cx >> cy;
-    s.n = int(n);
-    s.cam[0] = fx;
-    s.cam[2] = cx;
-    s.cam[4] = fy;
-    s.cam[5] = cy;
-    s.cam[8] = 1;
-    for (double *v : {s.r_true, s.t_true, s.r_ippe, s.t_ippe})
-      for (int k = 0; k < 3; ++k) ls >> v[k];
-    s.obj.resize(3 * size_t(s.n));
-    s.img.resize(2 * size_t(s.n));
-    for (double &v : s.obj) ls >> v;
-    for (double &v : s.img) ls >> v;
-    scenes.push_back(s);
-  }
+  std::vector<PlaneScene> scenes = pose_test::load_scenes("geometry/planar_scenes.txt", false);
   EXPECT_EQ(scenes.size(), 120u);
   return scenes;
-}
-
-oru_matrix view(void *data, int32_t rows, int32_t cols, uint32_t type = aif64) {
-  oru_matrix m{};
-  oru_set_matrix_header(&m, rows, cols, 1, type);
-  m.data = data;
-  return m;
-}
-
-void to_matrix(const double r[3], double R[9]) {
-  double rv[3] = {r[0], r[1], r[2]};
-  oru_matrix rm = view(rv, 3, 1), Rm = view(R, 3, 3);
-  oru_rodrigues2_jacobian(&Rm, nullptr, &rm);
-}
-
-double rotation_error(const double *R1, const double *R2) {
-  double tr = 0;
-  for (int k = 0; k < 9; ++k) tr += R1[k] * R2[k];
-  return std::acos(std::clamp((tr - 1) / 2, -1.0, 1.0));
-}
-
-double distance(const double *a, const double *b) {
-  return std::sqrt((a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) + (a[2] - b[2]) * (a[2] - b[2]));
 }
 
 template <typename T>
@@ -151,13 +103,13 @@ TEST(PlanarPnp, NoisyScenesAreAsAccurateAsIppe) {
     if (s.noise == 0) continue;
     double Rtrue[9], Ripp[9], R[9], t[3];
     to_matrix(s.r_true, Rtrue);
-    to_matrix(s.r_ippe, Ripp);
+    to_matrix(s.r_cv, Ripp);
     ASSERT_EQ(solve<double>(s.obj, s.img, s.cam, R, t), 0u);
-    EXPECT_LE(reprojection(s, R, t), reprojection(s, Ripp, s.t_ippe) * (1 + 1e-9)) << "n " << s.n << " noise " << s.noise;
+    EXPECT_LE(reprojection(s, R, t), reprojection(s, Ripp, s.t_cv) * (1 + 1e-9)) << "n " << s.n << " noise " << s.noise;
     ours_r.push_back(rotation_error(R, Rtrue));
     ippe_r.push_back(rotation_error(Ripp, Rtrue));
     ours_t.push_back(distance(t, s.t_true));
-    ippe_t.push_back(distance(s.t_ippe, s.t_true));
+    ippe_t.push_back(distance(s.t_cv, s.t_true));
   }
   const double mr = median(ours_r), ir = median(ippe_r), mt = median(ours_t), it = median(ippe_t);
   std::printf("%zu scenes: median rotation error %.3g (IPPE %.3g) rad, translation %.3g (IPPE %.3g)\n", ours_r.size(),

@@ -8,67 +8,16 @@
 #include <sstream>
 #include <vector>
 
-#include "pose/oru_pose_internal.h"
-#include "oru_pose.h"
-#include "oru_test_util.h"
+#include "pose_scenes.h"
 
 namespace {
 
-struct Scene {
-  int n = 0;
-  bool planar = false;
-  double noise = 0;
-  double cam[9] = {0};
-  double r_true[3], t_true[3], r_cv[3], t_cv[3];
-  std::vector<double> obj, img;
-};
+using pose_test::rotation_error;
+using pose_test::Scene;
+using pose_test::to_matrix;
+using pose_test::view;
 
-std::vector<Scene> load_scenes() {
-  std::ifstream in(oru_test::data_path("pose/pnp_scenes.txt"));
-  std::vector<Scene> scenes;
-  std::string line;
-  while (std::getline(in, line)) {
-    std::istringstream ls(line);
-    Scene s;
-    double n, planar, fx, fy, cx, cy;
-    ls >> n >> planar >> s.noise >> fx >> fy >> cx >> cy;
-    s.n = int(n);
-    s.planar = planar != 0;
-    s.cam[0] = fx;
-    s.cam[2] = cx;
-    s.cam[4] = fy;
-    s.cam[5] = cy;
-    s.cam[8] = 1;
-    for (double *v : {s.r_true, s.t_true, s.r_cv, s.t_cv})
-      for (int k = 0; k < 3; ++k) ls >> v[k];
-    s.obj.resize(3 * s.n);
-    s.img.resize(2 * s.n);
-    for (double &v : s.obj) ls >> v;
-    for (double &v : s.img) ls >> v;
-    scenes.push_back(s);
-  }
-  return scenes;
-}
-
-oru_matrix view(void *data, int32_t rows, int32_t cols, uint32_t type = aif64) {
-  oru_matrix m{};
-  oru_set_matrix_header(&m, rows, cols, 1, type);
-  m.data = data;
-  return m;
-}
-
-void to_matrix(const double r[3], double R[9]) {
-  double rv[3] = {r[0], r[1], r[2]};
-  oru_matrix rm = view(rv, 3, 1), Rm = view(R, 3, 3);
-  oru_rodrigues2_jacobian(&Rm, nullptr, &rm);
-}
-
-// Angle of R1^T R2.
-double rotation_error(const double *R1, const double *R2) {
-  double tr = 0;
-  for (int k = 0; k < 9; ++k) tr += R1[k] * R2[k];
-  return std::acos(std::clamp((tr - 1) / 2, -1.0, 1.0));
-}
+std::vector<Scene> load_scenes() { return pose_test::load_scenes("pose/pnp_scenes.txt", true); }
 
 template <typename T>
 uint32_t solve(const Scene &s, double R[9], double t[3]) {
