@@ -21,16 +21,11 @@ struct Avx2 {
   static T fma(T a, T b, T c) { return _mm256_fmadd_ps(a, b, c); }
   static T max(T a, T b) { return _mm256_max_ps(a, b); }
   static T min(T a, T b) { return _mm256_min_ps(a, b); }
-  // p[0], p[2], ..., p[14].
   // p[0], p[2], ..., p[14] and p[1], p[3], ..., p[15].
   static void deinterleave(const float *p, T &even, T &odd) {
     const __m256 a = _mm256_loadu_ps(p), b = _mm256_loadu_ps(p + 8);
     even = _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(a, b, 0x88)), 0xD8));
     odd = _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(a, b, 0xDD)), 0xD8));
-  }
-  static T load_even(const float *p) {
-    __m256 s = _mm256_shuffle_ps(_mm256_loadu_ps(p), _mm256_loadu_ps(p + 8), 0x88);
-    return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(s), 0xD8));
   }
   // Masked loads read nothing in the lanes they skip, so a tail may end at any float.
   static constexpr bool kMasks = true;
@@ -40,12 +35,6 @@ struct Avx2 {
   }
   static T load_mask(const float *p, M m) { return _mm256_maskload_ps(p, m); }
   static void store_mask(float *p, T v, M m) { _mm256_maskstore_ps(p, m, v); }
-  // p[0], p[2], ..., p[2 * count - 2], zeros after.
-  static T load_even_mask(const float *p, int64_t count) {
-    const int64_t floats = 2 * count - 1;
-    __m256 s = _mm256_shuffle_ps(load_mask(p, mask(floats)), load_mask(p + 8, mask(floats - 8)), 0x88);
-    return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(s), 0xD8));
-  }
 };
 
 }  // namespace

@@ -22,7 +22,6 @@ struct Avx512 {
   // a > b ? a : b and a < b ? a : b through masks (GCC 12 warns on the max/min intrinsics).
   static T max(T a, T b) { return _mm512_mask_blend_ps(_mm512_cmp_ps_mask(a, b, _CMP_GT_OQ), b, a); }
   static T min(T a, T b) { return _mm512_mask_blend_ps(_mm512_cmp_ps_mask(a, b, _CMP_LT_OQ), b, a); }
-  // p[0], p[2], ..., p[30].
   // p[0], p[2], ..., p[30] and p[1], p[3], ..., p[31].
   static void deinterleave(const float *p, T &even, T &odd) {
     const __m512i ie = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
@@ -31,22 +30,12 @@ struct Avx512 {
     even = _mm512_permutex2var_ps(a, ie, b);
     odd = _mm512_permutex2var_ps(a, io, b);
   }
-  static T load_even(const float *p) {
-    const __m512i idx = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
-    return _mm512_permutex2var_ps(_mm512_loadu_ps(p), idx, _mm512_loadu_ps(p + 16));
-  }
   // Masked loads read nothing in the lanes they skip, so a tail may end at any float.
   static constexpr bool kMasks = true;
   using M = __mmask16;
   static M mask(int64_t count) { return count >= 16 ? M(0xFFFF) : count <= 0 ? M(0) : M((1u << count) - 1u); }
   static T load_mask(const float *p, M m) { return _mm512_maskz_loadu_ps(m, p); }
   static void store_mask(float *p, T v, M m) { _mm512_mask_storeu_ps(p, m, v); }
-  // p[0], p[2], ..., p[2 * count - 2], zeros after.
-  static T load_even_mask(const float *p, int64_t count) {
-    const int64_t floats = 2 * count - 1;
-    const __m512i idx = _mm512_setr_epi32(0, 2, 4, 6, 8, 10, 12, 14, 16, 18, 20, 22, 24, 26, 28, 30);
-    return _mm512_permutex2var_ps(load_mask(p, mask(floats)), idx, load_mask(p + 16, mask(floats - 16)));
-  }
 };
 
 }  // namespace

@@ -22,14 +22,12 @@ struct Neon {
   // a > b ? a : b and a < b ? a : b, as the plain form writes them (vmax would pass NaN on).
   static T max(T a, T b) { return vbslq_f32(vcgtq_f32(a, b), a, b); }
   static T min(T a, T b) { return vbslq_f32(vcltq_f32(a, b), a, b); }
-  // p[0], p[2], p[4], p[6].
   // p[0], p[2], p[4], p[6] and p[1], p[3], p[5], p[7].
   static void deinterleave(const float *p, T &even, T &odd) {
     const float32x4x2_t v = vld2q_f32(p);
     even = v.val[0];
     odd = v.val[1];
   }
-  static T load_even(const float *p) { return vld2q_f32(p).val[0]; }
   // No masked loads: ragged tails go through the scalar bodies.
   static constexpr bool kMasks = false;
 };

@@ -73,11 +73,6 @@ struct Full {
   void store(float *p, typename V::T v) const { V::store(p, v); }
 };
 
-template <typename V>
-struct FullEven {
-  typename V::T operator()(const float *p) const { return V::load_even(p); }
-};
-
 // The first `count` lanes of a vector (count at most V::W); the other lanes read as zero
 // and are never stored.
 template <typename V>
@@ -86,12 +81,6 @@ struct Part {
   explicit Part(int64_t count) : m(V::mask(count)) {}
   typename V::T operator()(const float *p) const { return V::load_mask(p, m); }
   void store(float *p, typename V::T v) const { V::store_mask(p, v, m); }
-};
-
-template <typename V>
-struct PartEven {
-  int64_t count;
-  typename V::T operator()(const float *p) const { return V::load_even_mask(p, count); }
 };
 
 template <typename V, typename L, typename LE>
