@@ -72,7 +72,8 @@ class HwgInput {
     if (temp_) oru_release_tensor(&temp_);
   }
   uint32_t prepare(int32_t channels) {
-    if (input_->channel_layout != ORU_LAYOUT_CHW) return ORU_RET_OK;
+    // Fewer than four channels are single-channel groups, which lie as planes already.
+    if (input_->channel_layout != ORU_LAYOUT_CHW || channels < 4) return ORU_RET_OK;
     temp_ = oru_create_tensor_from_tensor(input_);
     if (!temp_) ORU_FAIL(ORU_RET_ERR_MEMORY);
     oru_pack_data_chw_to_hwg_real32(static_cast<float *>(temp_->data), static_cast<const float *>(input_->data),
